@@ -1,0 +1,36 @@
+# One static library per subsystem folder, so that layering is enforced by
+# the link: a folder sees only the libraries it names as dependencies.
+function(vessord_module name)
+  cmake_parse_arguments(M "" "" "DEPS" ${ARGN})
+  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  list(FILTER srcs EXCLUDE REGEX "/main\\.cpp$")
+  if(srcs)
+    add_library(vessord_${name} STATIC ${srcs})
+    target_include_directories(vessord_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(vessord_${name} PUBLIC ${M_DEPS} Threads::Threads)
+  else()
+    add_library(vessord_${name} INTERFACE)
+    target_include_directories(vessord_${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(vessord_${name} INTERFACE ${M_DEPS} Threads::Threads)
+  endif()
+endfunction()
+
+# Every tests/<folder>/<name>_test.cpp becomes its own executable whose cases
+# ctest runs one by one (ctest -j spreads them). Files named *_mt_test.cpp
+# exercise threads and carry the label "threading" (run under TSan in CI).
+function(vessord_tests folder)
+  cmake_parse_arguments(T "" "" "DEPS" ${ARGN})
+  file(GLOB tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cpp)
+  foreach(src ${tests})
+    get_filename_component(base ${src} NAME_WE)
+    set(exe ${folder}_${base})
+    add_executable(${exe} ${src})
+    target_link_libraries(${exe} PRIVATE ${T_DEPS} vessord_testsupport GTest::gtest GTest::gtest_main)
+    set(labels ${folder})
+    if(base MATCHES "_mt_test$")
+      list(APPEND labels threading)
+    endif()
+    gtest_discover_tests(${exe} DISCOVERY_TIMEOUT 30
+      PROPERTIES LABELS "${labels}" TIMEOUT 120)
+  endforeach()
+endfunction()

@@ -1,0 +1,113 @@
+// The one way the daemon runs a shell command line.
+//
+// A command is a fixed template, written as the appliance's command line with
+// "%s" where a value goes ("%%" for a percent sign). The shell never parses a
+// value: each "%s" becomes a positional parameter of `sh -c TEMPLATE sh V1 V2..`.
+// Before that, each value is read the way sh would read it in its place of the
+// line (inside '...', inside "...", or bare), so that for every harmless value
+// the tool receives exactly the arguments the plain line would give it: the
+// '\'' idiom inside single quotes, backslash escapes, and the splitting of a
+// bare value into words are all honoured. A value that would make the shell do
+// anything else (end its quotes, expand, redirect, glob, start a comment or a
+// second command) makes the line unusable: ok() is false and nothing runs.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdio>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace vessord {
+
+enum class ShellSlot { BARE, SINGLE_QUOTED, DOUBLE_QUOTED };
+
+// Reads `text` as sh would in `slot`. True when the shell would take it as
+// literal text only; `words` then receives the resulting words (one for the
+// quoted slots; zero or more for a bare one).
+bool shell_read_value(const std::string& text, ShellSlot slot, std::vector<std::string>* words = nullptr);
+
+// The checks that callers run on a client's or a device's text before they
+// build a command from it.
+inline bool can_stand_in_single_quotes(const std::string& text) {
+  return shell_read_value(text, ShellSlot::SINGLE_QUOTED);
+}
+inline bool can_stand_unquoted(const std::string& text) { return shell_read_value(text, ShellSlot::BARE); }
+inline bool can_stand_in_double_quotes(const std::string& text) {
+  return shell_read_value(text, ShellSlot::DOUBLE_QUOTED);
+}
+
+class ShellLine {
+ public:
+  ShellLine(const char* format, std::initializer_list<std::string> values);
+  ShellLine(const char* format, const std::vector<std::string>& values);
+
+  // False when a value could not stand in its place; such a line never runs.
+  bool ok() const { return m_ok; }
+  // The line as it reads with the values in place (fixed paths under the
+  // test root, if one is set): what the log lines show.
+  const std::string& display() const { return m_display; }
+  // What `sh -c` receives, and its positional parameters.
+  const std::string& script() const { return m_script; }
+  const std::vector<std::string>& args() const { return m_args; }
+
+ private:
+  void compose(const char* format, const std::vector<std::string>& values);
+
+  bool m_ok = true;
+  std::string m_display;
+  std::string m_script;
+  std::vector<std::string> m_args;
+};
+
+// A running `sh -c` child with its standard output on a pipe, in a process
+// group of its own. The destructor closes the pipe and reaps the child,
+// waiting for it if it is still running: no zombie outlives the object.
+class ShellChild {
+ public:
+  ShellChild() = default;
+  ~ShellChild();
+  ShellChild(const ShellChild&) = delete;
+  ShellChild& operator=(const ShellChild&) = delete;
+  ShellChild(ShellChild&& other) noexcept;
+  ShellChild& operator=(ShellChild&& other) noexcept;
+
+  // Starts the line. False (and errno set) when the line is not ok() or the
+  // child cannot be started. With captureOutput false the child's standard
+  // output is the daemon's own.
+  bool start(const ShellLine& line, bool captureOutput = true);
+
+  bool running() const { return m_pid > 0; }
+  pid_t pid() const { return m_pid; }
+
+  // fread semantics: reads until `cap` bytes or the end of the output.
+  size_t read(char* buf, size_t cap);
+  // fgets semantics: one line of at most `max` - 1 bytes, with its line feed.
+  bool read_line(std::string& line, size_t max);
+
+  // pclose semantics: closes the pipe, waits, returns the wait status or -1.
+  int wait();
+  // Sends a signal to the child's whole process group.
+  int kill_group(int sig);
+
+ private:
+  void reset();
+
+  pid_t m_pid = -1;
+  FILE* m_out = nullptr;
+};
+
+// system() semantics: -1 when nothing could run, else the wait status.
+int shell_system(const ShellLine& line);
+
+// popen + one fread of at most `cap` bytes + pclose. -1 when nothing could
+// run, else 0 with `out` holding what was read.
+int shell_read(const ShellLine& line, std::string& out, size_t cap);
+
+// popen + one fgets of at most `max` - 1 bytes + pclose. -1 when nothing
+// could run; 1 when the command printed no line; 0 with the line (its line
+// feed kept) otherwise.
+int shell_read_line(const ShellLine& line, std::string& out, size_t max);
+
+}  // namespace vessord

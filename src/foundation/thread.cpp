@@ -1,0 +1,32 @@
+#include "foundation/thread.h"
+
+int CThread::start() {
+  int rc = pthread_create(&m_thread, nullptr, CThread::_threadFunc, this);
+  if (rc == 0) {
+    m_bStarted = true;
+    if (m_type == THREAD_TYPE_DETACHED) pthread_detach(m_thread);
+  }
+  return rc;
+}
+
+void* CThread::_threadFunc(void* arg) {
+  CThread* self = static_cast<CThread*>(arg);
+  self->onStartup();
+  self->process();
+  self->onExit();
+  return nullptr;
+}
+
+int CThread::mutexInit(pthread_mutex_t& mutex, mutextAttr_e attr) {
+  pthread_mutexattr_t a;
+  int rc = pthread_mutexattr_init(&a);
+  if (rc < 0) return rc;
+  int type = PTHREAD_MUTEX_NORMAL;
+  if (attr == MUTEX_ATTR_ERRORCHECK) type = PTHREAD_MUTEX_ERRORCHECK;
+  else if (attr == MUTEX_ATTR_RECURSIVE) type = PTHREAD_MUTEX_RECURSIVE;
+  rc = pthread_mutexattr_settype(&a, type);
+  if (rc < 0) return rc;
+  pthread_mutex_init(&mutex, &a);
+  pthread_mutexattr_destroy(&a);
+  return rc;
+}
