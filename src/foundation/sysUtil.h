@@ -3,21 +3,28 @@
 
 #include <pthread.h>
 
+#include <condition_variable>
 #include <cstddef>
+#include <mutex>
 #include <string>
 
-namespace vessord {
-class ShellLine;
-}
+#include "foundation/shellRunner.h"
 
 // What execute_external_cmd shares with its worker thread. The caller and the
-// worker each hold a reference, so the record outlives a caller that gave up.
+// worker each hold a shared_ptr to it, so the record outlives a caller that
+// gave up waiting.
 struct externalCmdJob_s {
-  int result;          // -1 until the output is valid, then 0
-  int done;            // 1 once the worker is on its way out
-  size_t outputSize;   // always 8192
-  char command[256];   // the fixed text of the const char* form, for the log
-  char output[8192];   // the bytes read, zero-filled behind them
+  explicit externalCmdJob_s(const vessord::ShellLine& cmd);
+
+  int result = -1;             // 0 once the output is valid
+  int done = 0;                // 1 once the worker is on its way out
+  size_t outputSize = 8192;    // always 8192
+  char command[256] = {};      // the line as it reads, cut to fit (for the log)
+  char output[8192] = {};      // the bytes read, zero-filled behind them
+
+  vessord::ShellLine line;     // what runs
+  std::mutex lock;             // guards result, done and output
+  std::condition_variable doneCond;
 };
 typedef externalCmdJob_s externalCmdJob_t;
 
@@ -34,10 +41,12 @@ int execute_external_cmd(const char* command, std::string& output, int seconds);
 // The same for a composed line; a line that is not ok() gives -1 at once.
 int execute_external_cmd(const vessord::ShellLine& line, std::string& output, int seconds);
 
-// The worker's body: `job` is the record above (kept alive by the caller).
+// The worker's body. `job` is a new'd std::shared_ptr<externalCmdJob_s>,
+// which the worker takes over: the record lives until both sides are done.
 void* popen_timeout_wrap(void* job);
 
-// 1 when the file can be read, else 0.
+// 1 when the file can be read, else 0. The path is used as given (a caller
+// passes a fixed path through vessord::root_path).
 int is_file_exist(const char* path);
 
 // The name of the first IPv4 interface whose network holds `ip`, copied into

@@ -1,10 +1,14 @@
 #include "foundation/thread.h"
 
-int CThread::start() {
-  int rc = pthread_create(&m_thread, nullptr, CThread::_threadFunc, this);
+int CThread::start() { return startThread_(CThread::_threadFunc, this); }
+
+int CThread::startThread_(void* (*fn)(void*), void* arg) {
+  pthread_t id;
+  int rc = pthread_create(&id, nullptr, fn, arg);
   if (rc == 0) {
+    m_thread = id;
     m_bStarted = true;
-    if (m_type == THREAD_TYPE_DETACHED) pthread_detach(m_thread);
+    if (m_type == THREAD_TYPE_DETACHED) pthread_detach(id);
   }
   return rc;
 }

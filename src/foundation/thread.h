@@ -28,14 +28,19 @@ class CThread {
   virtual void onExit() {}
 
   // Creates the thread; a failed creation leaves the object without one.
-  // Returns the result of pthread_create.
-  int start();
+  // Returns the result of pthread_create. A class whose threads must not
+  // hold on to the object itself (the monitor) starts them its own way.
+  virtual int start();
   bool isStarted() const { return m_bStarted; }
 
   static void* _threadFunc(void* arg);
   static int mutexInit(pthread_mutex_t& mutex, mutextAttr_e attr);
 
  protected:
+  // Creates a thread on fn(arg), detached for THREAD_TYPE_DETACHED, and
+  // keeps its id in m_thread. Returns the result of pthread_create.
+  int startThread_(void* (*fn)(void*), void* arg);
+
   pthread_t m_thread;
   threadType_e m_type;
 

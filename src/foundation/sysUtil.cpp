@@ -1,0 +1,164 @@
+#include "foundation/sysUtil.h"
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "foundation/log.h"
+#include "foundation/thread.h"
+
+pthread_mutex_t g_externalCmdLock = PTHREAD_MUTEX_INITIALIZER;
+
+namespace {
+
+// Fixed text runs as it stands: every '%' is doubled so that the line's
+// composer reads none of them as a slot.
+std::string as_fixed_format(const char* text) {
+  std::string out;
+  for (const char* p = text ? text : ""; *p; ++p) {
+    out += *p;
+    if (*p == '%') out += '%';
+  }
+  return out;
+}
+
+void finish_job(externalCmdJob_s& job, int result, const char* data, size_t n) {
+  std::lock_guard<std::mutex> lk(job.lock);
+  if (result == 0) {
+    std::memset(job.output, 0, sizeof job.output);
+    std::memcpy(job.output, data, n);
+  }
+  job.result = result;
+  job.done = 1;
+  job.doneCond.notify_all();
+}
+
+}  // namespace
+
+externalCmdJob_s::externalCmdJob_s(const vessord::ShellLine& cmd) : line(cmd) {
+  std::snprintf(command, sizeof command, "%s", cmd.display().c_str());
+}
+
+void* popen_timeout_wrap(void* arg) {
+  std::shared_ptr<externalCmdJob_s> job;
+  {
+    std::unique_ptr<std::shared_ptr<externalCmdJob_s>> holder(static_cast<std::shared_ptr<externalCmdJob_s>*>(arg));
+    job = std::move(*holder);
+  }
+  const size_t cap = std::min(job->outputSize, sizeof job->output);
+  std::unique_ptr<char[]> buf(cap ? new (std::nothrow) char[cap] : nullptr);
+  if (!buf) {
+    finish_job(*job, -1, nullptr, 0);
+    return nullptr;
+  }
+  vessord::ShellChild child;
+  if (!child.start(job->line)) {
+    VLOG(LOG_COLOR_FAIL, "popen(%s) ... fail\n", job->line.display().c_str());
+    finish_job(*job, -1, nullptr, 0);
+    return nullptr;
+  }
+  size_t n = 0;
+  while (n < cap) {
+    size_t got = child.read(buf.get() + n, cap - n);
+    if (got == 0) break;
+    n += got;
+  }
+  // Read the rest away so that a talkative child is not stopped by a full
+  // pipe; only the first bytes are kept.
+  char sink[4096];
+  while (child.read(sink, sizeof sink) > 0) {
+  }
+  child.wait();
+  finish_job(*job, 0, buf.get(), n);
+  return nullptr;
+}
+
+int execute_external_cmd(const vessord::ShellLine& line, std::string& output, int seconds) {
+  output.clear();
+  if (!line.ok()) {
+    VLOG(LOG_COLOR_FAIL, "popen(%s) ... fail\n", line.display().c_str());
+    return -1;
+  }
+  ThreadSingleLock guard(g_externalCmdLock);
+  auto job = std::make_shared<externalCmdJob_s>(line);
+
+  // The worker keeps its own reference: a late child is still read and
+  // reaped after this call has given up on it.
+  auto* ref = new std::shared_ptr<externalCmdJob_s>(job);
+  pthread_t worker;
+  if (pthread_create(&worker, nullptr, popen_timeout_wrap, ref) != 0) {
+    delete ref;
+    return -1;
+  }
+  pthread_detach(worker);
+
+  // The limit counts tenths of a second from the moment the lock is held;
+  // the worker's notice ends the wait at once.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100) * (seconds > 0 ? seconds * 10 : 0);
+  std::unique_lock<std::mutex> lk(job->lock);
+  job->doneCond.wait_until(lk, deadline, [&] { return job->done != 0; });
+  if (!job->done) return -1;
+  if (job->result == 0) output.assign(job->output, strnlen(job->output, sizeof job->output));
+  return job->result;
+}
+
+int execute_external_cmd(const char* command, std::string& output, int seconds) {
+  const std::string format = as_fixed_format(command);
+  return execute_external_cmd(vessord::ShellLine(format.c_str(), std::vector<std::string>()), output, seconds);
+}
+
+int is_file_exist(const char* path) {
+  if (!path) return 0;
+  return ::access(path, R_OK) == 0 ? 1 : 0;
+}
+
+int get_if_by_ip(const char* ip, char* ifName) {
+  if (!ip || !ifName) return 1;
+  struct in_addr want;
+  if (inet_aton(ip, &want) == 0) return 1;
+  struct ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return 1;
+  std::unique_ptr<struct ifaddrs, void (*)(struct ifaddrs*)> owner(list, freeifaddrs);
+  for (struct ifaddrs* ifa = list; ifa; ifa = ifa->ifa_next) {
+    if (!ifa->ifa_addr || !ifa->ifa_netmask || ifa->ifa_addr->sa_family != AF_INET) continue;
+    struct sockaddr_in addr;
+    struct sockaddr_in mask;
+    std::memcpy(&addr, ifa->ifa_addr, sizeof addr);
+    std::memcpy(&mask, ifa->ifa_netmask, sizeof mask);
+    if (((addr.sin_addr.s_addr ^ want.s_addr) & mask.sin_addr.s_addr) != 0) continue;
+    const size_t n = strnlen(ifa->ifa_name, IFNAMSIZ - 1);
+    std::memcpy(ifName, ifa->ifa_name, n);
+    ifName[n] = '\0';
+    return 0;
+  }
+  return 1;
+}
+
+void memory_dump(const unsigned char* data, int len) {
+  std::printf("Len:%d\n", len);
+  if (!data) len = 0;
+  for (int row = 0; row < len; row += 16) {
+    const int count = len - row < 16 ? len - row : 16;
+    const bool last = row + count >= len;
+    std::printf("[%04X]: ", static_cast<unsigned>(last ? len : row));
+    for (int i = 0; i < count; ++i) std::printf("%02X ", data[row + i]);
+    for (int i = count; i < 16; ++i) std::printf("   ");
+    std::printf("   ");
+    for (int i = 0; i < count; ++i) {
+      const unsigned char c = data[row + i];
+      std::putchar(c >= 0x20 && c <= 0x7E ? c : '.');
+    }
+    std::putchar('\n');
+  }
+  std::fflush(stdout);
+}
