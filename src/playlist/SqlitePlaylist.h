@@ -13,6 +13,12 @@
 #include "foundation/thread.h"
 #include "playlist/ISqlPlaylist.h"
 
+namespace vessord {
+namespace playlist {
+class CStatement;
+}
+}  // namespace vessord
+
 class CSqlitePlaylist : public ISqlPlaylist {
  public:
   // Opens (or makes) "playlist.db" in ".tarpo/.@vessorhome/" beside the
@@ -65,7 +71,8 @@ class CSqlitePlaylist : public ISqlPlaylist {
 
  private:
   // All of these run without taking m_dbMutex.
-  int createTable_(const char* sql);
+  // Runs one CREATE statement on a connection not yet in use; SQLite's code.
+  int createTable_(sqlite3* db, const char* sql);
   int getSizeOfPlaylistLib_(const std::string& appType);
   int getSizeOfPlaylist_(int playlistID);
   int getPlaylistElmByIndex_(playlistElm_s& out, int playlistID, int index);
@@ -74,11 +81,16 @@ class CSqlitePlaylist : public ISqlPlaylist {
   // `pRows`, the number of rows seen (-1 on failure), so that "no row" can
   // be told from a value.
   int selectInt_(const char* sql, int* pRows = nullptr);
+  int selectInt_(const vessord::playlist::CStatement& sql, int* pRows = nullptr);
 
   sqlite3* db_() const { return __atomic_load_n(&m_db, __ATOMIC_ACQUIRE); }
   bool ensureOpen_();
   int openStore_();
+  // The id of title and appType into `id` (0 when none); SQLite's code.
   int resolvePlaylistID_(const char* title, const char* appType, int& id);
+  // sqlite3_exec with the failure logged; SQLITE_TOOBIG for a statement
+  // that did not fit its buffer, SQLITE_CANTOPEN without a connection.
+  int exec_(const vessord::playlist::CStatement& sql, int (*cb)(void*, int, char**, char**), void* arg);
   int exec_(const char* sql, int (*cb)(void*, int, char**, char**), void* arg);
   bool threadOwnsTrans_() const;
 
@@ -93,6 +105,7 @@ class CSqlitePlaylist : public ISqlPlaylist {
 
   sqlite3* m_db = nullptr;  // set once the file is open; never closed before destruction
   pthread_mutex_t m_dbMutex;
+  std::string m_dbDir;  // as the mkdir line takes it
   std::string m_dbPath;
   std::atomic<bool> m_bInTrans{false};
   std::atomic<pthread_t> m_transOwner{};
