@@ -29,11 +29,15 @@ function(vessord_tests folder)
     if(T_NEEDS)
       add_dependencies(${exe} ${T_NEEDS})
     endif()
+    # A list does not survive the way into the discovered tests' properties,
+    # so the folder's label comes from the directory and each test carries
+    # at most one label of its own.
     set(labels ${folder})
     if(base MATCHES "_mt_test$")
-      list(APPEND labels threading)
+      set(labels threading)
     endif()
     gtest_discover_tests(${exe} DISCOVERY_TIMEOUT 30
       PROPERTIES LABELS "${labels}" TIMEOUT 120)
   endforeach()
+  set_property(DIRECTORY APPEND PROPERTY LABELS ${folder})
 endfunction()
