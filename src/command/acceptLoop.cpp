@@ -1,0 +1,103 @@
+#include "command/acceptLoop.h"
+
+#include <pthread.h>
+#include <time.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "command/daemonLog.h"
+#include "command/unixSocketIpc.h"
+#include "command/vessord.h"
+#include "foundation/log.h"
+
+namespace {
+
+constexpr long kBackoffNanos = 50L * 1000L * 1000L;
+
+// Out of descriptors or memory: accepting again at once would only spin.
+bool is_resource_shortage(int err) { return err == EMFILE || err == ENFILE || err == ENOBUFS || err == ENOMEM; }
+
+void report_accept_failure() {
+  const int acceptErrno = errno;
+  VLOG(LOG_COLOR_SOCKET, "ipc.Accept() ... fial\n");
+  debug_write_log(g_cmdLogPath.c_str(), "Accept() [fail]");
+  // The reported number is read after the command log was written.
+  const int err = errno;
+  const char* word = accept_errno_word(err);
+  if (!word) {
+    VLOG(LOG_COLOR_SOCKET, "%s..... %d\n", "ipc.Accept()", err);
+  } else if (err == EPROTO) {
+    VLOG(LOG_COLOR_SOCKET, "%s..... %s", "ipc.Accept()", word);
+  } else {
+    VLOG(LOG_COLOR_SOCKET, "%s..... %s\n", "ipc.Accept()", word);
+  }
+  if (is_resource_shortage(acceptErrno)) {
+    struct timespec pause = {0, kBackoffNanos};
+    nanosleep(&pause, nullptr);
+  }
+}
+
+// A detached thread with a small stack; false when it could not be made.
+bool start_connection_thread(connectionArgs_s* args) {
+  pthread_attr_t attr;
+  if (pthread_attr_init(&attr) != 0) return false;
+  pthread_attr_setstacksize(&attr, kConnectionStack);
+  pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  const int rc = pthread_create(&thread, &attr, process, args);
+  pthread_attr_destroy(&attr);
+  return rc == 0;
+}
+
+}  // namespace
+
+const char* accept_errno_word(int err) {
+  switch (err) {
+    case EINTR: return "EINTR";
+    case EBADF: return "EBADF";
+    case EAGAIN: return "EAGAIN";
+    case EFAULT: return "EFAULT";
+    case EINVAL: return "EINVAL";
+    case EMFILE: return "EMFILE";
+    case ENONET: return "ENONET";
+    case EPROTO: return "EPROTO";
+    case ENOTSOCK: return "ENOTSOCK";
+    case ENOPROTOOPT: return "ENOPROTOOPT";
+    case EOPNOTSUPP: return "EOPNOTSUPP";
+    case ENETDOWN: return "ENETDOWN";
+    case ENETUNREACH: return "ENETUNREACH";
+    case ECONNABORTED: return "ECONNABORTED";
+    case ENOBUFS: return "ENOBUFS";
+    case EHOSTDOWN: return "EHOSTDOWN";
+    case EHOSTUNREACH: return "EHOSTUNREACH";
+    default: return nullptr;
+  }
+}
+
+void accept_once(CUnixSocketIpc& ipc, CPlayerManager* manager) {
+  const int fd = ipc.Accept();
+  if (fd < 0) {
+    if (errno != EINTR) report_accept_failure();
+    return;
+  }
+  auto* args = static_cast<connectionArgs_s*>(std::malloc(sizeof(connectionArgs_s)));
+  if (!args) {
+    VLOG(LOG_COLOR_FAIL, "malloc() ... fail\n");
+    ipc.Close(fd);
+    return;
+  }
+  args->fd = fd;
+  args->ipc = &ipc;
+  args->manager = manager;
+  if (!start_connection_thread(args)) {
+    // No thread to own them: the connection closes instead of leaking.
+    VLOG(LOG_COLOR_FAIL, "pthread_create() ... fail\n");
+    ipc.Close(fd);
+    std::free(args);
+  }
+}
+
+void accept_loop(CUnixSocketIpc& ipc, CPlayerManager* manager) {
+  for (;;) accept_once(ipc, manager);
+}

@@ -1,0 +1,50 @@
+// vessord: the daemon's whole life. It refuses to run twice, derives its
+// log directory, opens the command socket, sets up its signals and then
+// accepts connections for ever. There is no orderly stop: a signal ends it.
+#include <cstdlib>
+#include <string>
+
+#include "command/acceptLoop.h"
+#include "command/daemonLog.h"
+#include "command/processCheck.h"
+#include "command/signals.h"
+#include "command/unixSocketIpc.h"
+#include "foundation/log.h"
+#include "foundation/realPath.h"
+#include "foundation/rootPath.h"
+#include "foundation/shellRunner.h"
+
+int main() {
+  // A root that a shell would not read as plain text cannot be spliced
+  // into the daemon's command lines.
+  if (!vessord::test_root().empty() && !vessord::test_root_is_valid()) {
+    VLOG(LOG_COLOR_FAIL, "VESSORD_ROOT is not usable as a path on a command line: %s\n",
+         vessord::test_root().c_str());
+    return 1;
+  }
+  if (is_process_already_exist("vessord")) {
+    VLOG(LOG_COLOR_NOTICE, "process already exist!!\n");
+    std::exit(0);
+  }
+
+  // Without the share the directory stays relative: ".log/".
+  const std::string logDir = vessord::public_parent_dir() + ".log/";
+  vessord::shell_system(vessord::ShellLine("mkdir -p %s > /dev/null", {logDir}));
+  g_cmdLogPath = logDir + ".center_cmd.log";
+  // The dump path is fixed now: the signal handler may not compute it.
+  vessord::set_log_dir(logDir);
+
+  try {
+    CUnixSocketIpc ipc(vessord::root_path("/tmp/.@vessord.xxx").c_str(), true);
+    install_signals();
+    if (ipc.Listen(1) < 0) {
+      VLOG(LOG_COLOR_SOCKET, "ipc.Listen() ... fial\n");
+      debug_write_log(g_cmdLogPath.c_str(), "Listen() [fail]");
+      throw "ipc.Listen";
+    }
+    accept_loop(ipc, nullptr);
+  } catch (const char* what) {
+    VLOG(LOG_COLOR_FAIL, "exception: %s\n", what);
+  }
+  return 0;
+}

@@ -1,0 +1,162 @@
+#include "command/vessord.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "command/unixSocketIpc.h"
+#include "command/version.h"
+#include "devices/paramXmlWrap.h"
+#include "foundation/log.h"
+
+namespace {
+
+constexpr size_t kVersionBuf = 1024;
+
+struct freeDeleter_s {
+  void operator()(void* p) const { std::free(p); }
+};
+
+// The polling commands stay out of the trace.
+bool is_polling_command(const std::string& command) { return command == "GetVolume" || command == "GetMute"; }
+
+// The reply for a negative code. A handler that built a reply and still
+// failed loses what it built.
+void make_error_reply(XMLNode& reply, int code, const std::string& command) {
+  if (!reply.isEmpty()) {
+    VLOG(LOG_COLOR_FAIL, "[%s]There is someting worng in the contorl flow\n", command.c_str());
+    reply.deleteNodeContent();
+    reply = XMLNode();
+  }
+  char text[16];
+  std::snprintf(text, sizeof text, "%d", code);
+  ParamXmlWrapper::create_status_xml_doc(reply, text, nullptr);
+}
+
+}  // namespace
+
+int echo(XMLNode& reply) {
+  ParamXmlWrapper::create_status_xml_doc(reply, "ECHO", nullptr);
+  return 0;
+}
+
+// Players are made on demand by the manager, never by this command: it
+// answers nothing, which ends the daemon. Kept so on purpose.
+int create_player(XMLNode& reply) {
+  (void)reply;
+  return 0;
+}
+
+// The full command set grows here as the handlers come; every name that is
+// not listed answers -7. ListRender and ListUnknowRender, when added, must
+// stand first and give 0 whatever their handler returns.
+const commandEntry_s g_commandTable[] = {
+    {"CreatePlayer", [](CPlayerManager*, XMLNode&, XMLNode& reply) { return create_player(reply); }},
+    {"echo", [](CPlayerManager*, XMLNode&, XMLNode& reply) { return echo(reply); }},
+};
+const size_t g_commandTableSize = sizeof g_commandTable / sizeof g_commandTable[0];
+
+const commandEntry_s* find_command(const commandEntry_s* table, size_t count, const char* name) {
+  if (!name) return nullptr;
+  for (size_t i = 0; i < count; ++i)
+    if (std::strcmp(table[i].name, name) == 0) return &table[i];
+  return nullptr;
+}
+
+void handle_request(CPlayerManager* manager, const char* buf, size_t len, XMLNode& reply, requestOutcome_s& outcome,
+                    const commandEntry_s* table, size_t tableSize) {
+  outcome = requestOutcome_s();
+  outcome.dev = "N/A";
+  reply = XMLNode();
+  // The parser reads a C string: the request ends at its first zero byte.
+  const std::string text(buf ? buf : "", buf ? strnlen(buf, len) : 0);
+
+  XMLNode root = XMLNode::parseString(text.c_str(), "root", nullptr);
+  if (root.isEmpty()) {
+    VLOG(LOG_COLOR_FAIL, "WRONG PACKAGE FORMAT\n");
+    outcome.code = -2;
+    make_error_reply(reply, outcome.code, outcome.command);
+    return;
+  }
+  const char* command = root.getChildNode("command").getText();
+  if (!command) {
+    VLOG(LOG_COLOR_FAIL, "NO COMMAND FIELD\n");
+    outcome.code = -7;
+    make_error_reply(reply, outcome.code, outcome.command);
+    return;
+  }
+  outcome.command = command;
+  XMLNode dev;
+  if (ParamXmlWrapper::get_param_node_with_check_text(root, dev, "dev") == 0) outcome.dev = dev.getText();
+
+  if (!is_polling_command(outcome.command)) {
+    VLOG(LOG_COLOR_TRACE, "Command:%s  --dev:%s\n", outcome.command.c_str(), outcome.dev.c_str());
+    VLOG(LOG_COLOR_TRACE, "\n%s\n", text.c_str());
+  }
+
+  const commandEntry_s* entry = find_command(table, tableSize, command);
+  if (!entry) {
+    VLOG(LOG_COLOR_NOTFOUND, "COMMAND '%s' not found\n", command);
+    outcome.code = -7;
+  } else {
+    outcome.code = entry->handler(manager, root, reply);
+  }
+  if (outcome.code < 0) {
+    make_error_reply(reply, outcome.code, outcome.command);
+  } else if (reply.isEmpty()) {
+    outcome.fatal = true;
+  }
+}
+
+bool add_version_node(XMLNode& reply) {
+  char version[kVersionBuf] = {0};
+  if (getVersion(version, sizeof version, "KIVO", 1, 1) != 0) return false;
+  reply.addChild("version", 0, 0).addText(version);
+  return true;
+}
+
+std::string reply_text(const XMLNode& reply) {
+  XMLString text(reply.createXMLString(1, nullptr));
+  return text ? std::string(text.get()) : std::string();
+}
+
+void* process(void* arg) {
+  if (!arg) return nullptr;
+  std::unique_ptr<connectionArgs_s, freeDeleter_s> args(static_cast<connectionArgs_s*>(arg));
+  const int fd = args->fd;
+  CUnixSocketIpc* ipc = args->ipc;
+
+  // One byte more than a request may hold, so that the text always ends.
+  char buffer[kRequestMax + 1];
+  const ssize_t got = ipc->Read(buffer, kRequestMax, fd);
+  buffer[kRequestMax] = '\0';
+  if (got == -1) {
+    ipc->Close(fd);
+    return nullptr;
+  }
+
+  XMLNode reply;
+  requestOutcome_s outcome;
+  handle_request(args->manager, buffer, got > 0 ? static_cast<size_t>(got) : 0, reply, outcome);
+  if (outcome.fatal) {
+    VLOG(LOG_COLOR_FAIL, "Command:%s  --dev:%s(err)\n", outcome.command.c_str(), outcome.dev.c_str());
+    // Nothing catches this: the process ends through SIGABRT and its dump.
+    throw "porcess()";
+  }
+
+  add_version_node(reply);
+  const std::string text = reply_text(reply);
+  char block[kReplyHeaderSize];
+  std::memset(block, 0, sizeof block);
+  std::snprintf(block, sizeof block, "%d", static_cast<int>(text.size()));
+  if (ipc->Write(block, sizeof block, fd) >= 0) {
+    // Then the text, and the client's acknowledgement (or its end of stream).
+    if (ipc->Write(text.data(), text.size(), fd) >= 0) ipc->Read(block, sizeof block, fd);
+    if (!is_polling_command(outcome.command))
+      VLOG(LOG_COLOR_TRACE, "Command:%s  --dev:%s(done)\n", outcome.command.c_str(), outcome.dev.c_str());
+  }
+
+  ipc->Close(fd);
+  return nullptr;
+}
