@@ -148,6 +148,13 @@ class XMLNode {
   friend class XMLParserImpl;
 };
 
+// The parser's and writer's access to records; not for other code.
+class XMLParserImpl {
+ public:
+  static XMLNode wrap(XMLNode::XMLNodeDataTag* data) { return XMLNode(data); }  // adds a count
+  static XMLNode::XMLNodeDataTag* data(const XMLNode& node) { return node.d; }
+};
+
 // Owns text from createXMLString.
 struct XMLStringFree {
   void operator()(char* text) const { XMLNode::freeXMLString(text); }
