@@ -243,12 +243,4 @@ TEST_F(SubtitleSearch, BadVideoPaths) {
   EXPECT_EQ(find(dir + std::string(300, 'x') + ".mkv", found), -1);  // name too long to split
 }
 
-TEST_F(SubtitleSearch, ResultIsCutToTheCallersBuffer) {
-  setSwitch("1\n");
-  const std::string dir = dirWith("cut", {"movie.srt"});
-  char out[10];
-  EXPECT_EQ(is_default_subtitle_found((dir + "movie.mkv").c_str(), out, sizeof out), 1);
-  EXPECT_EQ(std::string(out), (dir + "movie.srt").substr(0, 9));
-}
-
 }  // namespace

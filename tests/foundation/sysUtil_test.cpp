@@ -1,4 +1,4 @@
-// Interface lookup, file test and the debugging dump.
+// Interface lookup and the debugging dump.
 #include <gtest/gtest.h>
 
 #include <net/if.h>
@@ -6,7 +6,6 @@
 #include <string>
 
 #include "foundation/sysUtil.h"
-#include "support/testRoot.h"
 
 namespace {
 
@@ -21,14 +20,6 @@ TEST(GetIfByIp, LoopbackNetworkAndBadAddresses) {
   EXPECT_EQ(get_if_by_ip("not an address", name), 1);
   EXPECT_EQ(get_if_by_ip("", name), 1);
   EXPECT_EQ(get_if_by_ip(nullptr, name), 1);
-}
-
-TEST(IsFileExist, ReadableFilesOnly) {
-  testsupport::TestRoot root(false);
-  root.write("/tmp/present", "x");
-  EXPECT_EQ(is_file_exist(root.path("/tmp/present").c_str()), 1);
-  EXPECT_EQ(is_file_exist(root.path("/tmp/absent").c_str()), 0);
-  EXPECT_EQ(is_file_exist(nullptr), 0);
 }
 
 TEST(MemoryDump, RowsPaddingAndTheLastRowsOffset) {

@@ -1,12 +1,10 @@
-// Lock guards, mutex kinds and the process singleton under several threads.
+// The try-lock guard and the process singleton under several threads.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <set>
 #include <thread>
 #include <vector>
@@ -73,64 +71,6 @@ TEST(TryLock, BusyMutexThrowsForTheHolderAndForOthers) {
   EXPECT_EQ(pthread_mutex_trylock(&m), 0);
   pthread_mutex_unlock(&m);
   pthread_mutex_destroy(&m);
-}
-
-TEST(BlockingGuards, HoldUntilTheEndOfTheirScope) {
-  pthread_mutex_t m;
-  CThread::mutexInit(m, MUTEX_ATTR_NORMAL);
-  pthread_rwlock_t rw = PTHREAD_RWLOCK_INITIALIZER;
-  std::atomic<int> stage{0};
-  std::thread waiter;
-  {
-    ThreadSingleLock hold(m);
-    ThreadWriteLock write(rw);
-    waiter = std::thread([&] {
-      { ThreadSingleLock inner(m); }
-      { ThreadReadLock read(rw); }
-      stage = 1;
-    });
-    usleep(50000);
-    EXPECT_EQ(stage.load(), 0);
-  }
-  waiter.join();
-  EXPECT_EQ(stage.load(), 1);
-  {
-    // Two readers at once.
-    ThreadReadLock r1(rw);
-    std::thread([&] {
-      ThreadReadLock r2(rw);
-      stage = 2;
-    }).join();
-    EXPECT_EQ(stage.load(), 2);
-  }
-  pthread_rwlock_destroy(&rw);
-  pthread_mutex_destroy(&m);
-}
-
-class countingThread : public CThread {
- public:
-  countingThread() : CThread(THREAD_TYPE_DETACHED) {}
-  void process() override {
-    ran.store(true);
-    while (!leave.load()) usleep(1000);
-    done.store(true);
-  }
-  std::atomic<bool> ran{false};
-  std::atomic<bool> leave{false};
-  std::atomic<bool> done{false};
-};
-
-TEST(Thread, StartRunsProcessOnADetachedThread) {
-  // Outlives the thread's return path (onExit runs after process()).
-  static countingThread t;
-  EXPECT_FALSE(t.isStarted());
-  ASSERT_EQ(t.start(), 0);
-  EXPECT_TRUE(t.isStarted());
-  for (int i = 0; i < 2000 && !t.ran.load(); ++i) usleep(1000);
-  EXPECT_TRUE(t.ran.load());
-  t.leave = true;
-  for (int i = 0; i < 2000 && !t.done.load(); ++i) usleep(1000);
-  EXPECT_TRUE(t.done.load());
 }
 
 }  // namespace
