@@ -1,0 +1,259 @@
+// CPlayer: the play queue and the walk through it by play mode.
+//
+// The queue says in which order to visit the playlist's rows; the rows stay
+// in the store. In SHUFFLE and SHUFFLE_REPEAT m_currTrack is a position in
+// the queue; in every other mode it is itself the order number to play.
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "foundation/thread.h"
+#include "player/player.h"
+#include "playlist/SqlitePlaylist.h"
+
+namespace {
+
+CSqlitePlaylist* store() { return CGlobalsSingleton<CSqlitePlaylist>::get(); }
+
+constexpr uint32_t kStopKeepsDevice = PLAYER_TYPE_RAOP | PLAYER_TYPE_CHROMECAST | PLAYER_TYPE_KINOVU;
+constexpr unsigned kMaxContentSearch = 4000;
+
+}  // namespace
+
+unsigned CPlayer::getCurrTrack() {
+  if (isShuffled_()) return m_currTrack < m_playQueue.size() ? static_cast<unsigned>(m_playQueue[m_currTrack].order) : 0;
+  return static_cast<unsigned>(m_currTrack);
+}
+
+int CPlayer::currOrder_() const {
+  if (isShuffled_()) {
+    // A position past the queue names no element.
+    if (m_currTrack >= m_playQueue.size()) return -1;
+    return static_cast<int>(m_playQueue[m_currTrack].order);
+  }
+  return static_cast<int>(m_currTrack);
+}
+
+int CPlayer::getPlaylistElmByIndex(playlistElm_s& out, int index) {
+  if (index == -1) {
+    index = currOrder_();
+    if (index < 0) return -12;
+  }
+  return store()->getPlaylistElmByIndex(out, getPlaylistID(), index);
+}
+
+int CPlayer::getPlaylistElmByOrder(playlistElm_s& out, int order) {
+  if (order == -1) {
+    order = currOrder_();
+    if (order < 0) return -1;
+  }
+  return store()->getPlaylistElmByOrder(out, getPlaylistID(), order);
+}
+
+void CPlayer::loadPlaylist_() {
+  const playMode_e mode = m_playMode;
+  playlistLibElm_s lib;
+  store()->getPlaylistLibElmByID(getPlaylistID(), lib);
+  m_owner = lib.owner;
+  m_tag = lib.tag;
+  m_playQueue.clear();
+  std::vector<playlistElm_s> rows;
+  if (store()->getPlaylistElmsByPage(rows, getPlaylistID(), 0, 0) != 0) return;
+  m_playQueue.reserve(rows.size());
+  for (const playlistElm_s& row : rows) {
+    playQueueItem_s item;
+    item.order = static_cast<size_t>(static_cast<long>(row.orderNum));
+    item.uuid = static_cast<unsigned long>(row.uuid);
+    m_playQueue.push_back(item);
+  }
+  // Already in this mode, so this reshuffles nothing: a playlist loaded in
+  // a shuffled mode plays in plain order until the mode is entered again.
+  if (mode == SHUFFLE || mode == SHUFFLE_REPEAT) setPlayMode(mode, 0, 0);
+}
+
+void CPlayer::setPlaylist(const std::string& title, const std::string& appType) {
+  const playerState_e state = m_playerState;
+  stop((m_playerType & PLAYER_TYPE_RAOP) == 0);
+  m_currTrack = 0;
+  m_playlistTitle = title;
+  m_appType = appType;
+  m_playlistID = store()->getPlaylistID(title, appType);
+  if (m_playlistID == 0) return;
+  loadPlaylist_();
+  if (state == STATE_PLAY_E) {
+    play();
+    if (m_playerType & PLAYER_TYPE_AIRPLAY) sleep(1);
+  }
+}
+
+void CPlayer::shuffle_(size_t start, size_t end) {
+  const size_t size = m_playQueue.size();
+  if (size == 0) return;
+  if (end == 0 || end > size) end = size;
+  for (size_t i = start; i < end; ++i) {
+    // Seeded anew for every draw from the clock's nanoseconds.
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    srand(static_cast<unsigned>(ts.tv_nsec));
+    const size_t j = static_cast<size_t>(rand()) % size;
+    if (j == i || j == m_currTrack || i == m_currTrack) continue;
+    std::swap(m_playQueue[i].order, m_playQueue[j].order);
+  }
+}
+
+void CPlayer::setPlayMode(playMode_e mode, size_t start, size_t end) {
+  const playMode_e old = m_playMode;
+  playMode_e stored = mode;
+  if (mode == SHUFFLE || mode == SHUFFLE_REPEAT) {
+    if (old == NORMAL || old == REPEAT || old == SHUFFLE_REPEAT_ONE) shuffle_(start, end);
+  } else if (mode == NORMAL || mode == REPEAT) {
+    if (old == SHUFFLE || old == SHUFFLE_REPEAT || old == SHUFFLE_REPEAT_ONE) {
+      // Keep the track that plays now current once the entries read 0, 1, 2...
+      size_t playing = m_currTrack;
+      if (old != SHUFFLE_REPEAT_ONE && m_currTrack < m_playQueue.size()) playing = m_playQueue[m_currTrack].order;
+      else if (old == SHUFFLE_REPEAT_ONE) playing = static_cast<uint32_t>(m_currTrack);
+      for (size_t i = 0; i < m_playQueue.size(); ++i) m_playQueue[i].order = i;
+      m_currTrack = playing;
+    }
+  } else if (mode == REPEAT_ONE) {
+    if (old == SHUFFLE || old == SHUFFLE_REPEAT) stored = SHUFFLE_REPEAT_ONE;
+  }
+  m_playMode = stored;
+}
+
+bool CPlayer::changeToNextTrack() {
+  const size_t size = m_playQueue.size();
+  if (size == 0) return false;
+  ++m_currTrack;
+  m_currTime = "00:00:00";
+  m_totalTime = "00:00:00";
+  m_audioTrack = 0;
+  m_subtitleTrack = -1;
+  m_externalSubtitle.clear();
+  switch (m_playMode) {
+    case REPEAT:
+    case SHUFFLE_REPEAT:
+      if (m_currTrack >= size) m_currTrack = 0;
+      return true;
+    case REPEAT_ONE:
+    case SHUFFLE_REPEAT_ONE:
+      --m_currTrack;
+      return true;
+    default:
+      if (m_currTrack >= size) {
+        m_currTrack = size - 1;
+        return false;
+      }
+      return true;
+  }
+}
+
+void CPlayer::addItemToPlayQueue(playQueueItem_s& item) { m_playQueue.push_back(item); }
+
+void CPlayer::delItemFromPlayQueue(playQueueItem_s& item) {
+  auto it = std::find_if(m_playQueue.begin(), m_playQueue.end(),
+                         [&item](const playQueueItem_s& e) { return e.uuid == item.uuid; });
+  if (it == m_playQueue.end()) return;
+  const size_t order = it->order;
+  // m_currTrack is compared as an order number here, in every mode.
+  const bool wasCurrent = order == m_currTrack;
+  if (wasCurrent) stop(true);
+  else if (order < m_currTrack) --m_currTrack;
+  m_playQueue.erase(it);
+  for (playQueueItem_s& e : m_playQueue)
+    if (e.order > order) --e.order;
+  if (!wasCurrent) return;
+  const size_t size = m_playQueue.size();
+  if (size != 0 && m_currTrack < size) {
+    play();  // the element that moved into the place
+  } else if (m_playMode == REPEAT && size != 0 && m_currTrack == size) {
+    m_currTrack = 0;
+    play();
+  }
+}
+
+void CPlayer::reorderPlayQueue(size_t from, size_t to) {
+  const size_t size = m_playQueue.size();
+  if (size == 0 || from == to || to >= size) return;
+  if (m_playMode == SHUFFLE || m_playMode == SHUFFLE_REPEAT || m_playMode == SHUFFLE_REPEAT_ONE) {
+    // A swap of the two entries, so that the rest keeps its shuffled order.
+    auto byOrder = [this](size_t order) {
+      return std::find_if(m_playQueue.begin(), m_playQueue.end(),
+                          [order](const playQueueItem_s& e) { return e.order == order; });
+    };
+    auto a = byOrder(from);
+    auto b = byOrder(to);
+    if (a == m_playQueue.end() || b == m_playQueue.end()) return;
+    std::iter_swap(a, b);
+    return;
+  }
+  if (from >= size) return;
+  const playQueueItem_s moving = m_playQueue[from];
+  m_playQueue.erase(m_playQueue.begin() + static_cast<long>(from));
+  m_playQueue.insert(m_playQueue.begin() + static_cast<long>(to), moving);
+  for (size_t i = 0; i < size; ++i) m_playQueue[i].order = i;
+}
+
+void CPlayer::clearPlayQueue(bool full) {
+  stop(true);
+  m_playQueue.clear();
+  if (full) {
+    m_playlistTitle.clear();
+    m_playlistID = -1;
+  }
+  // Fails on the empty queue, so m_currTrack survives the clear.
+  setCurrTrack(0);
+}
+
+int CPlayer::setCurrTrack(unsigned track) {
+  if (track >= m_playQueue.size()) return -1;
+  stop((m_playerType & kStopKeepsDevice) == 0);
+  if (isShuffled_()) {
+    for (size_t i = 0; i < m_playQueue.size(); ++i) {
+      if (m_playQueue[i].order == track) {
+        m_currTrack = i;
+        break;
+      }
+    }
+  } else {
+    m_currTrack = track;
+  }
+  if (m_playQueue.empty()) return 0;
+  play();
+  return 0;
+}
+
+int CPlayer::setCurrTrackByContent(const char* content) {
+  if (m_playlistTitle.empty()) return -1;
+  unsigned n = static_cast<unsigned>(store()->getSizeOfPlaylist(getPlaylistID()));
+  if (n > kMaxContentSearch) n = kMaxContentSearch;  // also turns a failed count (-1) into 4000
+  if (n == 0) return -1;
+  const std::string wanted = content ? content : "";
+  for (unsigned i = 0; i < n; ++i) {
+    playlistElm_s elm;
+    if (store()->getPlaylistElmByIndex(elm, getPlaylistID(), static_cast<int>(i)) != 0) continue;
+    if (elm.content != wanted) continue;
+    if (m_playQueue.empty()) return -1;
+    for (size_t pos = 0; pos < m_playQueue.size(); ++pos) {
+      if (m_playQueue[pos].uuid != static_cast<unsigned long>(elm.uuid)) continue;
+      m_currTrack = pos;
+      stop(true);
+      play();
+      return 0;
+    }
+    // No entry for this row: a later row with the same content may match.
+  }
+  return -1;
+}
+
+int CPlayer::setCurrTrackIdByOrder(unsigned order) {
+  for (size_t i = 0; i < m_playQueue.size(); ++i) {
+    if (m_playQueue[i].order == order) {
+      m_currTrack = i;
+      return 0;
+    }
+  }
+  return -1;
+}
