@@ -20,7 +20,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <type_traits>
 #include <utility>
 
 #include "foundation/thread.h"
@@ -70,15 +69,20 @@ void* monitor_thread_entry(void* arg);
 void monitor_shutdown(monitorState_s& state);
 
 namespace detail {
-// The target's name for the log: its device name when it has one.
-template <class U, class = void>
-struct targetName {
-  static std::string get(const U&) { return std::string(); }
-};
+// The target's name for the log: its getDeviceName(), else a visible
+// m_deviceName, else nothing.
 template <class U>
-struct targetName<U, std::void_t<decltype(std::string(std::declval<const U&>().m_deviceName))>> {
-  static std::string get(const U& u) { return std::string(u.m_deviceName); }
-};
+auto target_name(const U& u, int) -> decltype(std::string(u.getDeviceName())) {
+  return std::string(u.getDeviceName());
+}
+template <class U>
+auto target_name(const U& u, long) -> decltype(std::string(u.m_deviceName)) {
+  return std::string(u.m_deviceName);
+}
+template <class U>
+std::string target_name(const U&, ...) {
+  return std::string();
+}
 }  // namespace detail
 
 template <class T>
@@ -132,7 +136,7 @@ class CMyMonitor : public CMyMonitorFunctor, public CThread {
 
  private:
   static void call_(void* t) { static_cast<T*>(t)->callback(); }
-  static std::string name_(void* t) { return detail::targetName<T>::get(*static_cast<T*>(t)); }
+  static std::string name_(void* t) { return detail::target_name(*static_cast<T*>(t), 0); }
 
   std::shared_ptr<monitorState_s> m_state;
 

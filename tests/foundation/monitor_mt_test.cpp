@@ -24,7 +24,7 @@ struct watched_s : public myMonitor::CMyMonitorFunctor {
     int n = ++calls;
     if (pauseAt > 0 && n >= pauseAt && monitor) monitor->m_paused = true;
   }
-  std::string m_deviceName = "Living room";
+  std::string getDeviceName() const { return "Living room"; }
   std::atomic<int> calls{0};
   int pauseAt = 0;  // the callback sends the monitor back to its wait here
   CMyMonitor<watched_s>* monitor = nullptr;
