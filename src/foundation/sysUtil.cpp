@@ -104,7 +104,8 @@ int execute_external_cmd(const vessord::ShellLine& line, std::string& output, in
 
   // The limit counts tenths of a second from the moment the lock is held;
   // the worker's notice ends the wait at once.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100) * (seconds > 0 ? seconds * 10 : 0);
+  const long long tenths = seconds > 0 ? static_cast<long long>(seconds) * 10 : 0;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100) * tenths;
   std::unique_lock<std::mutex> lk(job->lock);
   job->doneCond.wait_until(lk, deadline, [&] { return job->done != 0; });
   if (!job->done) return -1;
