@@ -1,9 +1,11 @@
 // The socket wrapper and the daemon's own log files.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -14,6 +16,7 @@
 #include "command/acceptLoop.h"
 #include "command/daemonLog.h"
 #include "command/unixSocketIpc.h"
+#include "foundation/log.h"
 #include "support/testRoot.h"
 
 namespace {
@@ -89,6 +92,44 @@ TEST(AcceptLoop, ErrnoWords) {
   EXPECT_STREQ("ENONET", accept_errno_word(64));
   EXPECT_STREQ("EHOSTUNREACH", accept_errno_word(113));
   EXPECT_EQ(nullptr, accept_errno_word(ENOENT));
+}
+
+TEST(AcceptLoop, OutOfDescriptorsIsReportedThenWaitedOut) {
+  testsupport::TestRoot root(false);
+  const std::string path = root.path("/tmp/sock");
+  CUnixSocketIpc server(path.c_str(), true);
+  ASSERT_EQ(0, server.Listen(4));
+  CUnixSocketIpc client(path.c_str(), false);
+  ASSERT_EQ(0, client.Connect());
+  g_cmdLogPath = root.path("/cmd.log");
+  int tee = ::open(root.path("/tee.log").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_GE(tee, 0);
+  vessord::log_set_tee(tee);
+
+  // No descriptor number is left: the pending connection cannot be taken.
+  int lowest = ::dup(0);
+  ASSERT_GE(lowest, 0);
+  ::close(lowest);
+  struct rlimit saved;
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
+  struct rlimit tight = saved;
+  tight.rlim_cur = static_cast<rlim_t>(lowest);
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &tight));
+  auto t0 = std::chrono::steady_clock::now();
+  accept_once(server, nullptr);
+  auto waited = std::chrono::steady_clock::now() - t0;
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
+  vessord::log_set_tee(-1);
+  ::close(tee);
+
+  EXPECT_GE(waited, std::chrono::milliseconds(45)) << "no pause before the next attempt";
+  std::string log = slurp(root.path("/tee.log"));
+  EXPECT_NE(std::string::npos, log.find("ipc.Accept() ... fial\n")) << log;
+  EXPECT_NE(std::string::npos, log.find("ipc.Accept()..... EMFILE\n")) << log;
+  // Once a descriptor is free again the waiting client is taken.
+  int fd = server.Accept();
+  EXPECT_GE(fd, 0);
+  if (fd >= 0) server.Close(fd);
 }
 
 TEST(DebugWriteLog, StampedLinesAndRotationPast10MiB) {
