@@ -87,13 +87,6 @@ TEST(UnixSocketIpc, FailuresThrowOrReport) {
   EXPECT_NE(0, client.Connect());
 }
 
-TEST(AcceptLoop, ErrnoWords) {
-  EXPECT_STREQ("EBADF", accept_errno_word(EBADF));
-  EXPECT_STREQ("ENONET", accept_errno_word(64));
-  EXPECT_STREQ("EHOSTUNREACH", accept_errno_word(113));
-  EXPECT_EQ(nullptr, accept_errno_word(ENOENT));
-}
-
 TEST(AcceptLoop, OutOfDescriptorsIsReportedThenWaitedOut) {
   testsupport::TestRoot root(false);
   const std::string path = root.path("/tmp/sock");
