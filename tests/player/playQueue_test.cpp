@@ -35,48 +35,36 @@ std::string currentContent(CRecordingPlayer& p) {
 
 }  // namespace
 
-TEST(PlayQueueLoad, ConstructorLoadsRowsOwnerAndTag) {
-  const std::string title = testTitle();
-  int id = makePlaylist(title, numbered(4));
-  CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
-  EXPECT_EQ(id, p.getPlaylistID());
-  EXPECT_STREQ(title.c_str(), p.getPlaylistTitle());
-  EXPECT_EQ("alice", p.getOwner());
-  EXPECT_EQ("tagged", p.getTag());
-  EXPECT_EQ(identity(4), p.orders());
-  std::vector<playlistElm_s> rows;
-  ASSERT_EQ(0, store().getPlaylistElmsByPage(rows, id, 0, 0));
-  for (size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(rows[i].uuid, p.uuids()[i]);
-  EXPECT_TRUE(p.takeEvents().empty());
-}
-
-TEST(PlayQueueLoad, SetPlaylistStopsReloadsAndResumes) {
+TEST(PlayQueueLoad, ConstructorAndSetPlaylist) {
   const std::string first = testTitle("-a"), second = testTitle("-b");
-  makePlaylist(first, numbered(3));
+  int id = makePlaylist(first, numbered(3));
   makePlaylist(second, numbered(5, "/share/Public/other"));
   CRecordingPlayer p(PLAYER_TYPE_DLNA, first.c_str(), "music");
+  EXPECT_EQ(id, p.getPlaylistID());
+  EXPECT_EQ("alice", p.getOwner());
+  EXPECT_EQ("tagged", p.getTag());
+  EXPECT_EQ(identity(3), p.orders());
+  std::vector<playlistElm_s> rows;
+  ASSERT_EQ(0, store().getPlaylistElmsByPage(rows, id, 0, 0));
+  EXPECT_EQ(rows[2].uuid, p.uuids()[2]);
+
   p.m_currTrack = 2;
   p.play();
   p.takeEvents();
-  p.setPlaylist(second, "music");
+  p.setPlaylist(second, "music");  // a playing player goes on with the new list
   EXPECT_EQ((Events{"stop(true)", "play"}), p.takeEvents());
   EXPECT_EQ(0u, p.m_currTrack);
-  EXPECT_EQ(identity(5), p.orders());
   EXPECT_EQ("/share/Public/other0.mp3", currentContent(p));
 
-  // A stopped RAOP player keeps the device and waits for a play command.
   CRecordingPlayer raop(PLAYER_TYPE_RAOP, first.c_str(), "music");
-  raop.setPlaylist(second, "music");
+  raop.setPlaylist(second, "music");  // stopped: keeps the device, waits
   EXPECT_EQ((Events{"stop(false)"}), raop.takeEvents());
 
-  // A playlist loaded in a shuffled mode plays in plain order.
   p.setPlayMode(SHUFFLE);
-  p.setPlaylist(first, "music");
-  EXPECT_EQ(SHUFFLE, p.getPlayMode());
+  p.setPlaylist(first, "music");  // loaded in a shuffled mode: plain order
   EXPECT_EQ(identity(3), p.orders());
 
-  // The store answers -1 for a title it does not know: an empty queue, and
-  // a player that was playing is told to play it.
+  // The store answers -1 for an unknown title: nothing to load.
   p.takeEvents();
   p.setPlaylist(testTitle("-missing"), "music");
   EXPECT_EQ(-1, p.getPlaylistID());
@@ -84,90 +72,37 @@ TEST(PlayQueueLoad, SetPlaylistStopsReloadsAndResumes) {
   EXPECT_EQ((Events{"stop(true)", "play"}), p.takeEvents());
 }
 
-TEST(PlayModes, ShuffleKeepsTheCurrentEntryAndUnshuffleRestoresOrder) {
+TEST(PlayModes, ShuffleUnshuffleAndRepeatOne) {
   const std::string title = testTitle();
   makePlaylist(title, numbered(40));
   CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
   p.m_currTrack = 7;
-
   p.setPlayMode(SHUFFLE);
-  EXPECT_EQ(7u, p.orders()[7]);
+  EXPECT_EQ(7u, p.orders()[7]);  // the current entry never moves
   EXPECT_NE(identity(40), p.orders());
-  EXPECT_EQ(7u, p.getCurrTrack());
-  std::vector<size_t> sorted = p.orders();
-  std::sort(sorted.begin(), sorted.end());
-  EXPECT_EQ(identity(40), sorted);
-
   const std::vector<size_t> shuffled = p.orders();
-  p.setPlayMode(SHUFFLE_REPEAT);  // between shuffled modes nothing moves
+  p.setPlayMode(SHUFFLE_REPEAT);
   EXPECT_EQ(shuffled, p.orders());
 
-  p.m_currTrack = 12;  // a position in a shuffled mode
+  p.m_currTrack = 12;
   const unsigned track = p.getCurrTrack();
   p.setPlayMode(NORMAL);
   EXPECT_EQ(identity(40), p.orders());
-  EXPECT_EQ(track, p.getCurrTrack());
   EXPECT_EQ(track, p.m_currTrack);
-  EXPECT_TRUE(p.takeEvents().empty());
-}
-
-TEST(PlayModes, RepeatOneTransitions) {
-  const std::string title = testTitle();
-  makePlaylist(title, numbered(30));
-  CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
 
   p.setPlayMode(SHUFFLE);
-  const std::vector<size_t> shuffled = p.orders();
   p.setPlayMode(REPEAT_ONE);
   EXPECT_EQ(SHUFFLE_REPEAT_ONE, p.getPlayMode());
-  EXPECT_EQ(shuffled, p.orders());
-
   p.setPlayMode(NORMAL);
   p.setPlayMode(REPEAT_ONE);
-  EXPECT_EQ(REPEAT_ONE, p.getPlayMode());
   p.setPlayMode(SHUFFLE);  // from REPEAT_ONE: no shuffle
-  EXPECT_EQ(identity(30), p.orders());
-
+  EXPECT_EQ(identity(40), p.orders());
   p.setPlayMode(NORMAL);
-  p.setPlayMode(SHUFFLE_REPEAT_ONE);  // asked for directly: stored, nothing shuffled
-  EXPECT_EQ(SHUFFLE_REPEAT_ONE, p.getPlayMode());
-  EXPECT_EQ(identity(30), p.orders());
+  p.setPlayMode(SHUFFLE_REPEAT_ONE);  // asked for directly: nothing shuffled
+  EXPECT_EQ(identity(40), p.orders());
   p.setPlayMode(SHUFFLE);  // from SHUFFLE_REPEAT_ONE: shuffled once more
-  EXPECT_NE(identity(30), p.orders());
-}
-
-TEST(PlayModes, SingleEntryNeverSwaps) {
-  const std::string title = testTitle();
-  makePlaylist(title, numbered(1));
-  CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
-  p.setPlayMode(SHUFFLE);
-  EXPECT_EQ(identity(1), p.orders());
-}
-
-TEST(NextTrack, EndsWrapsOrStaysByMode) {
-  const std::string title = testTitle();
-  makePlaylist(title, numbered(1));
-  CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
-  p.m_currTime = "00:01:00";
-  p.setTotalTime(std::string("00:03:00"));
-  p.setAudioTrack(2);
-  p.setSubtitleTrack(1);
-  char sub[] = "/x.srt";
-  p.setExternalSubtitle(sub);
-  EXPECT_FALSE(p.changeToNextTrack());
-  EXPECT_EQ(0u, p.m_currTrack);
-  EXPECT_EQ("00:00:00", p.m_currTime);
-  EXPECT_EQ("00:00:00", p.getTotalTime());
-  EXPECT_EQ(0, p.getAudioTrack());
-  EXPECT_EQ(-1, p.getSubtitleTrack());
-  EXPECT_EQ("", p.m_externalSubtitle);
-  p.setPlayMode(REPEAT);
-  EXPECT_TRUE(p.changeToNextTrack());
-  EXPECT_EQ(0u, p.m_currTrack);
-
-  CRecordingPlayer empty;
-  EXPECT_FALSE(empty.changeToNextTrack());
-  EXPECT_EQ(0u, empty.m_currTrack);
+  EXPECT_NE(identity(40), p.orders());
+  EXPECT_TRUE(p.takeEvents().empty());
 }
 
 TEST(DeleteEntry, CurrentLastOnlyAndEarlierEntries) {
@@ -175,42 +110,30 @@ TEST(DeleteEntry, CurrentLastOnlyAndEarlierEntries) {
   makePlaylist(title, numbered(4));
   CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
   std::vector<unsigned long> u = p.uuids();
-
-  // An earlier entry goes while the third plays: same track, no stop.
   p.m_currTrack = 2;
-  p.play();
-  p.takeEvents();
   const std::string playing = currentContent(p);
   store().delElmInPlaylist(title.c_str(), "music", u[0]);
   playQueueItem_s item{0, u[0]};
-  p.delItemFromPlayQueue(item);
+  p.delItemFromPlayQueue(item);  // an earlier entry: same track, no stop
   EXPECT_TRUE(p.takeEvents().empty());
-  EXPECT_EQ(1u, p.m_currTrack);
   EXPECT_EQ(playing, currentContent(p));
   EXPECT_EQ(identity(3), p.orders());
 
-  // The current last entry goes in NORMAL: stopped, one past the end.
   p.m_currTrack = 2;
   item.uuid = u[3];
-  p.delItemFromPlayQueue(item);
+  p.delItemFromPlayQueue(item);  // the current last one in NORMAL: one past the end
   EXPECT_EQ((Events{"stop(true)"}), p.takeEvents());
   EXPECT_EQ(2u, p.m_currTrack);
 
-  // In REPEAT the same restarts from the first entry.
   p.setPlayMode(REPEAT);
   p.m_currTrack = 1;
   item.uuid = u[2];
-  p.delItemFromPlayQueue(item);
+  p.delItemFromPlayQueue(item);  // the same in REPEAT starts over
   EXPECT_EQ((Events{"stop(true)", "play"}), p.takeEvents());
   EXPECT_EQ(0u, p.m_currTrack);
 
-  item.uuid = 999999;  // unknown: nothing happens
-  p.delItemFromPlayQueue(item);
-  EXPECT_EQ(1u, p.getPlaylistSize());
-
-  // The only entry goes: empty, stopped, nothing plays.
   item.uuid = u[1];
-  p.delItemFromPlayQueue(item);
+  p.delItemFromPlayQueue(item);  // the only one: nothing plays
   EXPECT_EQ((Events{"stop(true)"}), p.takeEvents());
   EXPECT_EQ(0u, p.getPlaylistSize());
 }
@@ -222,52 +145,50 @@ TEST(Reorder, MovesInPlainModesAndSwapsInShuffledOnes) {
   const std::vector<unsigned long> u = p.uuids();
   p.reorderPlayQueue(0, 2);
   EXPECT_EQ((std::vector<unsigned long>{u[1], u[2], u[0], u[3]}), p.uuids());
-  EXPECT_EQ(identity(4), p.orders());
   p.reorderPlayQueue(3, 1);
-  EXPECT_EQ((std::vector<unsigned long>{u[1], u[3], u[2], u[0]}), p.uuids());
   p.reorderPlayQueue(1, 4);  // `to` past the end: nothing
-  p.reorderPlayQueue(2, 2);
   EXPECT_EQ((std::vector<unsigned long>{u[1], u[3], u[2], u[0]}), p.uuids());
+  EXPECT_EQ(identity(4), p.orders());
 
-  p.m_playQueue = {{2, 10}, {0, 11}, {3, 12}, {1, 13}};
   p.setPlayMode(SHUFFLE_REPEAT_ONE);
+  p.m_playQueue = {{2, 10}, {0, 11}, {3, 12}, {1, 13}};
   p.reorderPlayQueue(0, 3);  // the entries holding orders 0 and 3 trade places
   EXPECT_EQ((std::vector<size_t>{2, 3, 0, 1}), p.orders());
   EXPECT_EQ((std::vector<unsigned long>{10, 12, 11, 13}), p.uuids());
 }
 
-TEST(SelectTrack, ByNumberOrderAndContent) {
+TEST(SelectTrack, ByNumberOrderContentAndAfterAClear) {
   const std::string title = testTitle();
   std::vector<std::string> contents = numbered(5);
   contents[3] = contents[1];  // the same file twice
   makePlaylist(title, contents);
   CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
-
   EXPECT_EQ(-1, p.setCurrTrack(5));
   EXPECT_TRUE(p.takeEvents().empty());
-  EXPECT_EQ(0, p.setCurrTrack(4));
-  EXPECT_EQ((Events{"stop(true)", "play"}), p.takeEvents());
-  EXPECT_EQ(4u, p.m_currTrack);
 
   CRecordingPlayer cast(PLAYER_TYPE_CHROMECAST, title.c_str(), "music");
   cast.setPlayMode(SHUFFLE);
   cast.m_playQueue = {{2, 0}, {0, 0}, {1, 0}, {4, 0}, {3, 0}};
-  EXPECT_EQ(0, cast.setCurrTrack(4));  // an order number: found at place 3
+  EXPECT_EQ(0, cast.setCurrTrack(4));  // an order number, found at place 3
   EXPECT_EQ((Events{"stop(false)", "play"}), cast.takeEvents());
   EXPECT_EQ(3u, cast.m_currTrack);
   EXPECT_EQ(0, cast.setCurrTrackIdByOrder(1));
   EXPECT_EQ(2u, cast.m_currTrack);
   EXPECT_EQ(-1, cast.setCurrTrackIdByOrder(7));
-  EXPECT_TRUE(cast.takeEvents().empty());
 
-  // A content found twice: the first row whose uuid has a queue entry wins.
-  p.m_playQueue.erase(p.m_playQueue.begin() + 1);  // the queue forgot the first copy
+  // Found twice: the first row whose uuid has a queue entry wins.
+  p.m_playQueue.erase(p.m_playQueue.begin() + 1);
   EXPECT_EQ(0, p.setCurrTrackByContent(contents[1].c_str()));
-  EXPECT_EQ(2u, p.m_currTrack);  // the second copy's place
+  EXPECT_EQ(2u, p.m_currTrack);
   EXPECT_EQ((Events{"stop(true)", "play"}), p.takeEvents());
   EXPECT_EQ(-1, p.setCurrTrackByContent("/share/Public/none.mp3"));
-  p.clearPlayQueue(false);
-  EXPECT_EQ(-1, p.setCurrTrackByContent(contents[0].c_str()));  // empty queue
+
+  p.clearPlayQueue(true);  // forgets the playlist, keeps the position
+  EXPECT_EQ((Events{"stop(true)"}), p.takeEvents());
+  EXPECT_EQ(nullptr, p.getPlaylistTitle());
+  EXPECT_EQ(-1, p.getPlaylistID());
+  EXPECT_EQ(2u, p.m_currTrack);
+  EXPECT_EQ(-1, p.setCurrTrackByContent(contents[0].c_str()));
 }
 
 TEST(SelectTrack, ContentSearchStopsAfter4000Rows) {
@@ -279,27 +200,12 @@ TEST(SelectTrack, ContentSearchStopsAfter4000Rows) {
   EXPECT_EQ(-1, p.setCurrTrackByContent("/share/Public/track4000.mp3"));
 }
 
-TEST(ClearQueue, FullClearForgetsThePlaylistButNotThePosition) {
-  const std::string title = testTitle();
-  makePlaylist(title, numbered(3));
-  CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
-  p.m_currTrack = 2;
-  p.clearPlayQueue(true);
-  EXPECT_EQ((Events{"stop(true)"}), p.takeEvents());
-  EXPECT_EQ(0u, p.getPlaylistSize());
-  EXPECT_EQ(nullptr, p.getPlaylistTitle());
-  EXPECT_EQ(-1, p.getPlaylistID());
-  EXPECT_EQ(2u, p.m_currTrack);
-  EXPECT_EQ(-1, p.setCurrTrackByContent("/share/Public/track0.mp3"));
-}
-
-TEST(CurrentElement, ReadsByPositionInShuffledModes) {
+TEST(CurrentElement, ReadsByPlaceInShuffledModesAndByOrderElse) {
   const std::string title = testTitle();
   makePlaylist(title, numbered(3));
   CRecordingPlayer p(PLAYER_TYPE_DLNA, title.c_str(), "music");
   p.setPlayMode(SHUFFLE_REPEAT);
-  p.m_playQueue[0].order = 2;
-  p.m_playQueue[2].order = 0;
+  p.m_playQueue = {{2, 0}, {1, 0}, {0, 0}};
   playlistElm_s elm;
   EXPECT_EQ(0, p.getPlaylistElmByIndex(elm, -1));
   EXPECT_EQ("/share/Public/track2.mp3", elm.content);
@@ -387,11 +293,11 @@ class QueueWalk {
     const unsigned start = p.getCurrTrack();
     const size_t startPlace = p.m_currTrack;
     std::vector<unsigned> seen;
-    size_t steps = 0;
-    while (steps < n && p.changeToNextTrack()) {
-      seen.push_back(p.getCurrTrack());
-      ++steps;
-    }
+    p.m_currTime = "00:01:00";
+    p.setAudioTrack(2);
+    while (seen.size() < n && p.changeToNextTrack()) seen.push_back(p.getCurrTrack());
+    EXPECT_EQ("00:00:00", p.m_currTime);  // each change resets the track's choices
+    EXPECT_EQ(0, p.getAudioTrack());
     if (mode == REPEAT_ONE || mode == SHUFFLE_REPEAT_ONE) {
       EXPECT_EQ(std::vector<unsigned>(n, start), seen);
     } else if (mode == REPEAT) {

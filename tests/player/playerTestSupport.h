@@ -62,16 +62,8 @@ class CRecordingPlayer : public CPlayer {
   CRecordingPlayer(unsigned type = PLAYER_TYPE_DLNA, const char* title = nullptr, const char* appType = nullptr)
       : CPlayer(type, "render-1", "Living room", title, appType) {}
 
-  int play() override {
-    m_events.push_back("play");
-    m_playerState = STATE_PLAY_E;
-    return 0;
-  }
-  int stop(bool release) override {
-    m_events.push_back(release ? "stop(true)" : "stop(false)");
-    m_playerState = STATE_STOP_E;
-    return 0;
-  }
+  int play() override { return record("play", STATE_PLAY_E); }
+  int stop(bool release) override { return record(release ? "stop(true)" : "stop(false)", STATE_STOP_E); }
   int pause() override { return 0; }
   int next() override { return 0; }
   int previous() override { return 0; }
@@ -80,11 +72,7 @@ class CRecordingPlayer : public CPlayer {
                           const char*, int) override {
     return 0;
   }
-  int setVolume(int volume) override {
-    if (!m_bHasVolume) return -1;
-    m_volume = volume;
-    return 0;
-  }
+  int setVolume(int volume) override { return m_bHasVolume ? (m_volume = volume, 0) : -1; }
   int getVolume() override { return m_bHasVolume ? m_volume : -1; }
 
   // The events since the last call.
@@ -106,27 +94,24 @@ class CRecordingPlayer : public CPlayer {
     return out;
   }
 
-  using CPlayer::m_audioTrack;
   using CPlayer::m_autoPlugSubtitle;
   using CPlayer::m_currTime;
   using CPlayer::m_currTrack;
   using CPlayer::m_externalSubtitle;
-  using CPlayer::m_owner;
-  using CPlayer::m_playerState;
-  using CPlayer::m_playlistID;
   using CPlayer::m_playQueue;
   using CPlayer::m_seekTime;
   using CPlayer::m_sencoding;
   using CPlayer::m_sseek;
-  using CPlayer::m_subtitleTrack;
-  using CPlayer::m_tag;
-  using CPlayer::m_tid;
-  using CPlayer::m_totalTime;
 
   bool m_bHasVolume = true;
   int m_volume = 0;
 
  private:
+  int record(const char* event, playerState_e state) {
+    m_events.push_back(event);
+    m_playerState = state;
+    return 0;
+  }
   std::vector<std::string> m_events;
 };
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -19,8 +18,6 @@ using Calls = std::vector<std::string>;
 
 namespace {
 
-const char* kIdCall = "/usr/bin/id -u alice";
-
 class SubtitleHistoryTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -33,80 +30,61 @@ class SubtitleHistoryTest : public ::testing::Test {
     ::unlink(sharedRoot().path("/sim/brelctl/getExternalSubtitle.reply").c_str());
   }
   Calls calls() { return sharedRoot().calls(); }
-  // The tovuhist calls only.
   Calls historyCalls() {
     Calls out;
     for (const std::string& c : calls())
       if (c.find("tovuhist") != std::string::npos) out.push_back(c);
     return out;
   }
+  int findSubtitle(CRecordingPlayer& p, contentType_e type, const std::string& content) {
+    playlistElm_s e;
+    e.contentType = type;
+    e.mediaType = MEDIA_VIDEO;
+    e.content = content;
+    return p.findAutoPlugSubtitle(e);
+  }
   std::string m_shares;
 };
-
-playlistElm_s element(contentType_e type, const std::string& content, mediaType_e media = MEDIA_VIDEO) {
-  playlistElm_s e;
-  e.contentType = type;
-  e.mediaType = media;
-  e.content = content;
-  return e;
-}
 
 }  // namespace
 
 TEST_F(SubtitleHistoryTest, AutoSubtitleByContentType) {
   CRecordingPlayer p;
-  playlistElm_s movie = element(CONTENT_FILE, "/share/CACHEDEV1_DATA/Multimedia/Movies/Big Trip.mkv");
-  EXPECT_GT(p.findAutoPlugSubtitle(movie), 0);
+  EXPECT_GT(findSubtitle(p, CONTENT_FILE, "/share/CACHEDEV1_DATA/Multimedia/Movies/Big Trip.mkv"), 0);
   EXPECT_EQ("/share/Multimedia/Movies/Big Trip.en.srt", p.getAutoPlugSubtitle());  // the first track only
   EXPECT_EQ("0", p.getSseek());
   EXPECT_EQ("UTF-8", p.getSencoding());
   EXPECT_EQ((Calls{"/usr/bin/brelctl -c getObjectID --filePath '/share/CACHEDEV1_DATA/Multimedia/Movies/Big Trip.mkv'",
                    "/usr/bin/brelctl -c getExternalSubtitle --objectID v1001", "/sbin/narvuser -sv -a admin"}),
             calls());
-
-  playlistElm_s clip = element(CONTENT_DBID, "1003");
-  EXPECT_GT(p.findAutoPlugSubtitle(clip), 0);
+  EXPECT_GT(findSubtitle(p, CONTENT_DBID, "1003"), 0);
   EXPECT_EQ("/share/Public/clip.srt", p.getAutoPlugSubtitle());
-
   // An unknown content type carries the object id; an object gets nothing.
-  playlistElm_s byId = element(CONTENT_UNKNOWN, "v1001");
-  EXPECT_GT(p.findAutoPlugSubtitle(byId), 0);
+  EXPECT_GT(findSubtitle(p, CONTENT_UNKNOWN, "v1001"), 0);
   EXPECT_EQ("/share/Multimedia/Movies/Big Trip.en.srt", p.getAutoPlugSubtitle());
   sharedRoot().clearCalls();
-  playlistElm_s object = element(CONTENT_OBJECT, "v1001");
-  EXPECT_EQ(-1, p.findAutoPlugSubtitle(object));
+  EXPECT_EQ(-1, findSubtitle(p, CONTENT_OBJECT, "v1001"));
   EXPECT_EQ("", p.getAutoPlugSubtitle());
-
-  // A failed lookup of the id is returned as it is, before any subtitle query.
-  playlistElm_s missing = element(CONTENT_FILE, "/share/Public/none.mkv");
-  EXPECT_EQ(-1, p.findAutoPlugSubtitle(missing));
-  playlistElm_s hostile = element(CONTENT_UNKNOWN, "v1' ; reboot ; '");
-  EXPECT_EQ(-1, p.findAutoPlugSubtitle(hostile));
+  // A failed id lookup is returned before any subtitle query.
+  EXPECT_EQ(-1, findSubtitle(p, CONTENT_FILE, "/share/Public/none.mkv"));
+  EXPECT_EQ(-1, findSubtitle(p, CONTENT_UNKNOWN, "v1' ; reboot ; '"));
   EXPECT_EQ(Calls{"/usr/bin/brelctl -c getObjectID --filePath /share/Public/none.mkv"}, calls());
-}
 
-TEST_F(SubtitleHistoryTest, SubtitleOutsideEverySharePathStillSetsSeekAndEncoding) {
+  CRecordingPlayer q;  // no track at all leaves the other fields alone
+  EXPECT_GT(findSubtitle(q, CONTENT_UNKNOWN, "v1002"), 0);
+  EXPECT_EQ("", q.getSseek());
+  // A subtitle under no share: no path, but offset and encoding are set.
   sharedRoot().write("/sim/brelctl/getExternalSubtitle.reply",
                      "<root><u:GetExternalSubtitleResponse><Result><DIDL-Lite><ExternalSubtitleTrack>"
                      "<Path>/mnt/usb1/x.srt</Path></ExternalSubtitleTrack></DIDL-Lite></Result>"
                      "</u:GetExternalSubtitleResponse></root>");
-  CRecordingPlayer p;
-  playlistElm_s byId = element(CONTENT_UNKNOWN, "v1001");
-  EXPECT_GT(p.findAutoPlugSubtitle(byId), 0);
-  EXPECT_EQ("", p.getAutoPlugSubtitle());
-  EXPECT_EQ("0", p.getSseek());
-  EXPECT_EQ("UTF-8", p.getSencoding());
-
-  // No track at all leaves the other fields alone.
-  CRecordingPlayer q;
-  playlistElm_s noSubs = element(CONTENT_UNKNOWN, "v1002");
-  ::unlink(sharedRoot().path("/sim/brelctl/getExternalSubtitle.reply").c_str());
-  EXPECT_GT(q.findAutoPlugSubtitle(noSubs), 0);
+  EXPECT_GT(findSubtitle(q, CONTENT_UNKNOWN, "v1002"), 0);
   EXPECT_EQ("", q.getAutoPlugSubtitle());
-  EXPECT_EQ("", q.getSseek());
+  EXPECT_EQ("0", q.getSseek());
+  EXPECT_EQ("UTF-8", q.getSencoding());
 }
 
-TEST_F(SubtitleHistoryTest, ShareFormFromTheSharesList) {
+TEST_F(SubtitleHistoryTest, ShareFormAndUserIds) {
   CRecordingPlayer p;
   sharedRoot().write("/sim/shares.txt",
                      "no separator here\n"
@@ -116,16 +94,14 @@ TEST_F(SubtitleHistoryTest, ShareFormFromTheSharesList) {
   EXPECT_EQ("/share/Mediadata/sub/a.srt", p.convertFullSubtitle("/mnt/data/sub/a.srt"));
   EXPECT_EQ("/share/Public/a.srt", p.convertFullSubtitle("/share/CACHEDEV1_DATA/Public/a.srt"));
   EXPECT_EQ("", p.convertFullSubtitle("/elsewhere/a.srt"));
-}
 
-TEST_F(SubtitleHistoryTest, UserIds) {
-  CRecordingPlayer p;
+  sharedRoot().clearCalls();
   std::string alice = "alice", nobody = "nobody", empty, hostile = "a'; reboot; '";
   EXPECT_EQ("1000", p.getUserId(alice));
   EXPECT_EQ("", p.getUserId(nobody));
   EXPECT_EQ("", p.getUserId(empty));
   EXPECT_EQ("", p.getUserId(hostile));
-  EXPECT_EQ((Calls{kIdCall, "/usr/bin/id -u nobody"}), calls());
+  EXPECT_EQ((Calls{"/usr/bin/id -u alice", "/usr/bin/id -u nobody"}), calls());
 }
 
 TEST_F(SubtitleHistoryTest, HistoryLineForAFileWithEveryOption) {
@@ -156,9 +132,6 @@ TEST_F(SubtitleHistoryTest, HistoryLineForAFileWithEveryOption) {
             log.find("savePlayHistory cmd = /usr/local/medialibrary/bin/tovuhist savePlayHistory 1000 "
                      "'/share/Public/a b.mp4' -p 90 -m 1 -x '/share/Public/a b.srt' -s 2 -a 1 -e UTF-8 -o 0 \n"))
       << log;
-  EXPECT_EQ(Calls{"/usr/local/medialibrary/bin/tovuhist savePlayHistory 1000 '/share/Public/a b.mp4' -p 90 -m 1 -x "
-                  "'/share/Public/a b.srt' -s 2 -a 1 -e UTF-8 -o 0"},
-            historyCalls());
   EXPECT_EQ("1000\t/share/Public/a b.mp4\t-p\t90\t-m\t1\t-x\t/share/Public/a b.srt\t-s\t2\t-a\t1\t-e\tUTF-8\t-o\t0\n",
             sharedRoot().read("/sim/history.tsv"));
 }
@@ -194,8 +167,7 @@ TEST_F(SubtitleHistoryTest, NothingIsWrittenWithoutOwnerPositionOrSafeText) {
                MEDIA_VIDEO);
   CRecordingPlayer p(PLAYER_TYPE_DLNA, testTitle().c_str(), "music");
   EXPECT_EQ(0, p.savePlayHistory());  // nothing watched yet
-  EXPECT_EQ(Calls{kIdCall}, calls());
-
+  EXPECT_EQ(Calls{"/usr/bin/id -u alice"}, calls());
   p.m_currTime = "00:00:10";
   EXPECT_EQ(1, p.savePlayHistory());  // the path would leave its quotes
   p.m_currTrack = 1;
