@@ -28,8 +28,10 @@ const char* const kCreateLib =
 const char* const kCreateElm =
     "CREATE TABLE Playlist_TBL (UUID integer PRIMARY KEY, PlaylistID, OrderNr, MediaType, ContentType, Content, "
     "UPnPObjID);";
-// Every read and every shift of elements selects by playlist and order
-// number; without this index each of them scans the whole table.
+// Every count, read and shift of elements selects by playlist and order
+// number; without this index each of them scans the whole table, the other
+// playlists included. Reads and appends gain several-fold; a shift pays for
+// rewriting the index entries it moves, about twice the time.
 const char* const kCreateOrderIndex =
     "CREATE INDEX IF NOT EXISTS Playlist_TBL_Order_IDX ON Playlist_TBL (PlaylistID, OrderNr);";
 
@@ -160,10 +162,16 @@ CSqlitePlaylist::CSqlitePlaylist() {
   CThread::mutexInit(m_dbMutex, MUTEX_ATTR_NORMAL);
   m_dbDir = vessord::public_parent_dir() + ".tarpo/.@vessorhome/";
   m_dbPath = shell_unquote(m_dbDir) + "playlist.db";
-  vessord::ShellLine mk("mkdir -p %s > /dev/null", {m_dbDir});
-  if (mk.ok()) vessord::shell_system(mk);
+  makeDir_();
   ThreadSingleLock lock(m_dbMutex);
   openStore_();
+}
+
+void CSqlitePlaylist::makeDir_() {
+  // A directory holding a quote cannot stand bare on this line; it is then
+  // left to exist already.
+  vessord::ShellLine mk("mkdir -p %s > /dev/null", {m_dbDir});
+  if (mk.ok()) vessord::shell_system(mk);
 }
 
 CSqlitePlaylist::~CSqlitePlaylist() {
@@ -175,15 +183,17 @@ CSqlitePlaylist::~CSqlitePlaylist() {
 // another one. Any other failure to read it (busy, locked, I/O, no
 // descriptor left) leaves it alone for a later try. Runs under the lock.
 int CSqlitePlaylist::openStore_() {
+  // A missing file is made below; one that cannot even be looked at is
+  // left for a later try.
   struct stat st;
-  bool bNeedsCreate = false;
   if (::stat(m_dbPath.c_str(), &st) != 0) {
     if (errno != ENOENT) {
       VLOG(LOG_COLOR_FAIL, "%s: %s\n", m_dbPath.c_str(), std::strerror(errno));
       return -12;
     }
-    bNeedsCreate = true;
+    if (m_bTriedOpen) makeDir_();  // a later try: the directory may have gone
   }
+  m_bTriedOpen = true;
 
   CDbHandle db;
   if (open_connection(m_dbPath, db) != SQLITE_OK) return -12;
@@ -201,7 +211,6 @@ int CSqlitePlaylist::openStore_() {
   if (rc == SQLITE_OK && version == kDbVersion) {
     // Right version: kept whatever it holds (also when another process made
     // it since the test above). A file made elsewhere gains the index here.
-    if (bNeedsCreate) VLOG(LOG_COLOR_NOTICE, "%s appeared while opening\n", m_dbPath.c_str());
     exec_logged(db.get(), kCreateOrderIndex, nullptr, nullptr);
     __atomic_store_n(&m_db, db.release(), __ATOMIC_RELEASE);
     return 0;

@@ -84,6 +84,7 @@ class CSqlitePlaylist : public ISqlPlaylist {
   int selectInt_(const vessord::playlist::CStatement& sql, int* pRows = nullptr);
 
   sqlite3* db_() const { return __atomic_load_n(&m_db, __ATOMIC_ACQUIRE); }
+  void makeDir_();
   bool ensureOpen_();
   int openStore_();
   // The id of title and appType into `id` (0 when none); SQLite's code.
@@ -107,6 +108,7 @@ class CSqlitePlaylist : public ISqlPlaylist {
   pthread_mutex_t m_dbMutex;
   std::string m_dbDir;  // as the mkdir line takes it
   std::string m_dbPath;
+  bool m_bTriedOpen = false;
   std::atomic<bool> m_bInTrans{false};
   std::atomic<pthread_t> m_transOwner{};
 };
