@@ -211,7 +211,7 @@ bool xml_decode(const char* s, size_t n, char* out, size_t* outLen) {
 
 class Parser {
  public:
-  explicit Parser(const char* text) : m_base(text), m_p(text) {}
+  explicit Parser(const char* text) : m_p(text) {}
 
   XMLError error() const { return m_error; }
   const char* stop() const { return m_stop ? m_stop : m_p; }
@@ -252,7 +252,7 @@ class Parser {
       }
       case '<':
         for (const clearTag_t& clear : g_clearTags) {
-          if (strncmp(s, clear.open, clear.openLen) == 0) {
+          if (s[1] == clear.open[1] && strncmp(s, clear.open, clear.openLen) == 0) {
             t.type = TOKEN_CLEAR;
             t.clear = &clear;
             t.len = clear.openLen;
@@ -570,7 +570,6 @@ class Parser {
     return false;
   }
 
-  const char* m_base;
   const char* m_p;
   const char* m_stop = nullptr;
   XMLError m_error = eXMLErrorNone;
