@@ -19,6 +19,7 @@ CSqlitePlaylist* store() { return CGlobalsSingleton<CSqlitePlaylist>::get(); }
 
 constexpr uint32_t kStopKeepsDevice = PLAYER_TYPE_RAOP | PLAYER_TYPE_CHROMECAST | PLAYER_TYPE_KINOVU;
 constexpr unsigned kMaxContentSearch = 4000;
+constexpr unsigned kContentSearchPage = 500;
 
 }  // namespace
 
@@ -231,19 +232,27 @@ int CPlayer::setCurrTrackByContent(const char* content) {
   if (n > kMaxContentSearch) n = kMaxContentSearch;  // also turns a failed count (-1) into 4000
   if (n == 0) return -1;
   const std::string wanted = content ? content : "";
-  for (unsigned i = 0; i < n; ++i) {
-    playlistElm_s elm;
-    if (store()->getPlaylistElmByIndex(elm, getPlaylistID(), static_cast<int>(i)) != 0) continue;
-    if (elm.content != wanted) continue;
-    if (m_playQueue.empty()) return -1;
-    for (size_t pos = 0; pos < m_playQueue.size(); ++pos) {
-      if (m_playQueue[pos].uuid != static_cast<unsigned long>(elm.uuid)) continue;
-      m_currTrack = pos;
-      stop(true);
-      play();
-      return 0;
+  // Rows are read a page at a time, in the same order and through the same
+  // statement as one indexed read per row, so the outcome is the same; a
+  // row at a time would make the search quadratic in the playlist's size.
+  std::vector<playlistElm_s> page;
+  for (unsigned start = 0; start < n; start += kContentSearchPage) {
+    const unsigned count = std::min(kContentSearchPage, n - start);
+    page.clear();
+    if (store()->getPlaylistElmsByPage(page, getPlaylistID(), static_cast<int>(start), static_cast<int>(count)) != 0)
+      continue;
+    for (const playlistElm_s& elm : page) {
+      if (elm.content != wanted) continue;
+      if (m_playQueue.empty()) return -1;
+      for (size_t pos = 0; pos < m_playQueue.size(); ++pos) {
+        if (m_playQueue[pos].uuid != static_cast<unsigned long>(elm.uuid)) continue;
+        m_currTrack = pos;
+        stop(true);
+        play();
+        return 0;
+      }
+      // No entry for this row: a later row with the same content may match.
     }
-    // No entry for this row: a later row with the same content may match.
   }
   return -1;
 }
