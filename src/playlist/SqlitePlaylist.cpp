@@ -203,7 +203,10 @@ int CSqlitePlaylist::openStore_() {
   int rc = sqlite3_exec(db.get(), "SELECT * from Version_TBL", getDBVersion_CB, &version, &err);
   std::string errText = err ? err : "";
   sqlite3_free(err);
-  bool bNoVersion = rc == SQLITE_NOTADB || (rc == SQLITE_ERROR && errText.rfind("no such table", 0) == 0);
+  // A damaged file holds no version either; only a passing fault (busy,
+  // locked, I/O, memory) leaves the file for a later try.
+  bool bNoVersion = rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT ||
+                    (rc == SQLITE_ERROR && errText.rfind("no such table", 0) == 0);
   if (rc != SQLITE_OK && !bNoVersion) {
     VLOG(LOG_COLOR_FAIL, "%s\n", errText.empty() ? sqlite3_errstr(rc) : errText.c_str());
     return -12;

@@ -40,9 +40,7 @@ int CSqlitePlaylist::resolvePlaylistID_(const char* title, const char* appType, 
 int CSqlitePlaylist::addPlaylist(const char* title, mediaType_e type, const char* appType, const char* owner,
                                  const char* tag) {
   ThreadSingleLock lock(m_dbMutex);
-  if (!owner) owner = "";
-  if (!tag) tag = "";
-  if (!texts_can_stand({title, appType, owner, tag})) return -12;
+  if (!texts_can_stand({title, appType})) return -12;
   if (!ensureOpen_()) return -12;
 
   int count = 0;
@@ -51,6 +49,11 @@ int CSqlitePlaylist::addPlaylist(const char* title, mediaType_e type, const char
   if (exec_(q, getCount_CB, &count) != SQLITE_OK) return -12;
   if (count != 0) return 1;
 
+  if (!owner) owner = "";
+  if (!tag) tag = "";
+  // Owner and tag reach only the insert, whose failure is not reported:
+  // one that cannot stand in it is refused the same way.
+  if (!texts_can_stand({owner, tag})) return 0;
   CStatement ins = CStatement::format("INSERT INTO PlaylistLib_TBL VALUES(NULL, '%d', '%s', '%s', '%s', '%s');",
                                       static_cast<int>(type), appType, title, owner, tag);
   // A failed insert is not reported: the caller finds no id afterwards.

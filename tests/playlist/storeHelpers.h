@@ -3,12 +3,10 @@
 #pragma once
 
 #include <sqlite3.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
-
-#include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -17,76 +15,60 @@
 
 namespace storetest {
 
+using S = std::vector<std::string>;
+using I = std::vector<int>;
 const char* const kDbFile = "/share/.tarpo/.@vessorhome/playlist.db";
 
-// Runs `sql` on the file at `path` and gives every row as "a|b|c"; a failed
-// statement gives one line "ERROR <code>".
-inline std::vector<std::string> query(const std::string& path, const std::string& sql) {
-  std::vector<std::string> rows;
+// Every row of `sql` on the file as "a|b|c"; a failure gives {"ERROR <code>"}.
+inline S query(const std::string& path, const std::string& sql) {
+  S rows;
   sqlite3* db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-    sqlite3_close(db);
-    return {"ERROR open"};
-  }
-  auto cb = [](void* arg, int n, char** v, char**) {
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  int rc = sqlite3_exec(db, sql.c_str(), [](void* arg, int n, char** v, char**) {
     std::string row;
     for (int i = 0; i < n; ++i) row += (i ? "|" : "") + std::string(v[i] ? v[i] : "NULL");
-    static_cast<std::vector<std::string>*>(arg)->push_back(row);
+    static_cast<S*>(arg)->push_back(row);
     return 0;
-  };
-  int rc = sqlite3_exec(db, sql.c_str(), cb, &rows, nullptr);
+  }, &rows, nullptr);
   sqlite3_close(db);
-  if (rc != SQLITE_OK) return {"ERROR " + std::to_string(rc)};
-  return rows;
+  return rc == SQLITE_OK ? rows : S{"ERROR " + std::to_string(rc)};
 }
 
 // Every row of the three tables, for "nothing changed" checks.
-inline std::vector<std::string> dump(const std::string& path) {
-  std::vector<std::string> all;
-  for (const char* t : {"Version_TBL", "PlaylistLib_TBL", "Playlist_TBL"}) {
-    all.push_back(t);
-    for (auto& r : query(path, std::string("SELECT * FROM ") + t + " ORDER BY rowid")) all.push_back(r);
-  }
+inline S dump(const std::string& path) {
+  S all;
+  for (std::string t : {"Version_TBL", "PlaylistLib_TBL", "Playlist_TBL"})
+    for (auto& r : query(path, "SELECT '" + t + "', * FROM " + t + " ORDER BY rowid")) all.push_back(r);
   return all;
 }
 
-// For tests of order and threads, not of durability: a root in memory keeps
-// thousands of commits from waiting on the disk. Build it before the Store.
-struct RootInMemory {
-  RootInMemory() {
-    struct stat st;
-    if (::stat("/dev/shm", &st) == 0 && S_ISDIR(st.st_mode) && ::access("/dev/shm", W_OK) == 0)
-      ::setenv("TMPDIR", "/dev/shm", 1);
-  }
-};
+// A root in memory keeps thousands of commits from waiting on the disk, for
+// tests of order and threads. Call before making the Store.
+inline bool root_in_memory() { return ::access("/dev/shm", W_OK) == 0 && ::setenv("TMPDIR", "/dev/shm", 1) == 0; }
 
 struct Store {
   testsupport::TestRoot root;
-  std::unique_ptr<CSqlitePlaylist> db{new CSqlitePlaylist()};
+  CSqlitePlaylist db;
   std::string file() const { return root.path(kDbFile); }
-  void reopen() {
-    db.reset();
-    db.reset(new CSqlitePlaylist());
-  }
 };
 
-// A playlist's elements in order, read through the store.
 inline std::vector<playlistElm_s> elements(CSqlitePlaylist& s, int id) {
   std::vector<playlistElm_s> v;
   s.getPlaylistElmsByPage(v, id, 0, 0);
   return v;
 }
-
-inline std::vector<std::string> contents(CSqlitePlaylist& s, int id) {
-  std::vector<std::string> out;
-  for (auto& e : elements(s, id)) out.push_back(e.content);
+template <class T>
+std::vector<T> column(CSqlitePlaylist& s, int id, T playlistElm_s::*field) {
+  std::vector<T> out;
+  for (auto& e : elements(s, id)) out.push_back(e.*field);
   return out;
 }
-
-inline std::vector<int> orders(CSqlitePlaylist& s, int id) {
-  std::vector<int> out;
-  for (auto& e : elements(s, id)) out.push_back(e.orderNum);
-  return out;
+inline S contents(CSqlitePlaylist& s, int id) { return column(s, id, &playlistElm_s::content); }
+inline I orders(CSqlitePlaylist& s, int id) { return column(s, id, &playlistElm_s::orderNum); }
+inline I dense(int n) {
+  I v(n);
+  std::iota(v.begin(), v.end(), 0);
+  return v;
 }
 
 }  // namespace storetest
