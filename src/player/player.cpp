@@ -120,14 +120,16 @@ int CPlayer::hhmmssToSecond(const char* text) {
   char* first = std::strchr(buf, ':');
   if (!first) return 0;
   *first = '\0';
-  int seconds = static_cast<int>(std::strtol(buf, nullptr, 10)) * 3600;
+  // Unsigned arithmetic: absurd hours from a device wrap, as the 32-bit
+  // result does anyway, instead of overflowing.
+  unsigned long seconds = static_cast<unsigned long>(std::strtol(buf, nullptr, 10)) * 3600u;
   char* middle = first + 1;
   char* second = std::strchr(middle, ':');
-  if (!second) return seconds;
+  if (!second) return static_cast<int>(seconds);
   *second = '\0';
-  seconds += static_cast<int>(std::strtol(middle, nullptr, 10)) * 60;
-  seconds += static_cast<int>(std::strtol(second + 1, nullptr, 10));
-  return seconds;
+  seconds += static_cast<unsigned long>(std::strtol(middle, nullptr, 10)) * 60u;
+  seconds += static_cast<unsigned long>(std::strtol(second + 1, nullptr, 10));
+  return static_cast<int>(seconds);
 }
 
 void CPlayer::secondToHHMMSS(int seconds, std::string& out) {
@@ -137,7 +139,8 @@ void CPlayer::secondToHHMMSS(int seconds, std::string& out) {
 }
 
 int CPlayer::getCurrTimeSecond() {
-  return hhmmssToSecond(m_currTime.c_str()) + hhmmssToSecond(m_seekTime.c_str());
+  return static_cast<int>(static_cast<unsigned>(hhmmssToSecond(m_currTime.c_str())) +
+                          static_cast<unsigned>(hhmmssToSecond(m_seekTime.c_str())));
 }
 
 int CPlayer::getCurrTimeSecondWithOutSeek() { return hhmmssToSecond(m_currTime.c_str()); }
