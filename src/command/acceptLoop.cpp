@@ -1,7 +1,6 @@
 #include "command/acceptLoop.h"
 
 #include <pthread.h>
-#include <time.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -13,13 +12,7 @@
 
 namespace {
 
-constexpr long kBackoffNanos = 50L * 1000L * 1000L;
-
-// Out of descriptors or memory: accepting again at once would only spin.
-bool is_resource_shortage(int err) { return err == EMFILE || err == ENFILE || err == ENOBUFS || err == ENOMEM; }
-
 void report_accept_failure() {
-  const int acceptErrno = errno;
   VLOG(LOG_COLOR_SOCKET, "ipc.Accept() ... fial\n");
   debug_write_log(g_cmdLogPath.c_str(), "Accept() [fail]");
   // The reported number is read after the command log was written.
@@ -31,10 +24,6 @@ void report_accept_failure() {
     VLOG(LOG_COLOR_SOCKET, "%s..... %s", "ipc.Accept()", word);
   } else {
     VLOG(LOG_COLOR_SOCKET, "%s..... %s\n", "ipc.Accept()", word);
-  }
-  if (is_resource_shortage(acceptErrno)) {
-    struct timespec pause = {0, kBackoffNanos};
-    nanosleep(&pause, nullptr);
   }
 }
 
