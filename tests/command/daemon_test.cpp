@@ -1,11 +1,21 @@
 // The daemon as a client sees it: framing, envelope, error replies, the
-// version node and the tools it runs for it.
+// version node, its descriptors, its start and its end; vessorctl and the
+// configuration reader of the simulated appliance.
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,237 +29,250 @@ using testsupport::TestRoot;
 
 namespace {
 
-// A packet with zero bytes in it.
-template <size_t N>
-std::string bytes(const char (&text)[N]) {
-  return std::string(text, N - 1);
+const char kEchoReply[] = "<root>\n\t<version>KIVO 3.2.7</version>\n\t<status>ECHO</status>\n</root>\n";
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+bool exited_zero(int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 0; }
+
+// The daemon's descriptors above standard error, with their open flags.
+std::map<int, long> descriptors(pid_t pid) {
+  std::map<int, long> out;
+  const std::string dir = "/proc/" + std::to_string(pid) + "/fdinfo/";
+  std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(dir.c_str()), closedir);
+  while (dirent* e = d ? readdir(d.get()) : nullptr) {
+    if (e->d_name[0] == '.' || std::stoi(e->d_name) <= 2) continue;
+    std::ifstream info(dir + e->d_name);
+    std::string key;
+    long flags = 0;
+    while (info >> key && key != "flags:") info.ignore(1 << 20, '\n');
+    if (info >> std::oct >> flags) out[std::stoi(e->d_name)] = flags;
+  }
+  return out;
 }
 
 class Daemon : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(daemon.start()) << daemon.log(); }
-
-  // The daemon is still serving: an echo comes back.
+  std::string status(const std::string& packet) { return node(daemon.request(packet), "status"); }
   void expectServing() { EXPECT_EQ("ECHO", node(daemon.command("echo"), "status")) << daemon.log(); }
 
   TestRoot root{false};
   DaemonProcess daemon{root.dir()};
 };
 
-TEST_F(Daemon, EchoReplyIsTheIndentedDocumentWithTheVersionFirst) {
-  EXPECT_EQ("<root>\n\t<version>KIVO 3.2.7</version>\n\t<status>ECHO</status>\n</root>\n", daemon.command("echo"));
-  // The trace names the command and, without a dev parameter, "N/A".
-  std::string log = daemon.log();
-  EXPECT_NE(std::string::npos, log.find("Command:echo  --dev:N/A\n")) << log;
+TEST_F(Daemon, EchoReplyIsIndentedWithTheVersionFirstAndTraced) {
+  EXPECT_EQ(kEchoReply, daemon.command("echo"));
   EXPECT_TRUE(daemon.waitForLog("Command:echo  --dev:N/A(done)\n")) << daemon.log();
   daemon.command("echo", {{"dev", "renderer-1"}});
-  EXPECT_NE(std::string::npos, daemon.log().find("Command:echo  --dev:renderer-1\n"));
+  EXPECT_TRUE(has(daemon.log(), "Command:echo  --dev:renderer-1\n"));
 }
 
-TEST_F(Daemon, PacketsThatAreNoRootDocumentGetMinusTwo) {
-  for (const char* packet : {"", "hello there", "<foo><command>echo</command></foo>", "</root>", "<<<>>>"}) {
-    std::string reply = daemon.request(packet);
-    EXPECT_EQ("-2", node(reply, "status")) << "packet: " << packet;
-    EXPECT_EQ("KIVO 3.2.7", node(reply, "version")) << "error replies carry the version too";
+TEST_F(Daemon, EnvelopeFaultsGetTheirStatusAndStillTheVersion) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "-2"},
+      {"hello there", "-2"},
+      {"<foo><command>echo</command></foo>", "-2"},
+      {"<root><paramList><dev>x</dev></paramList></root>", "-7"},
+      {"<root><command></command></root>", "-7"},
+      {"<root><command>NoSuchCommand</command></root>", "-7"},
+      {"<root><command>Echo</command></root>", "-7"},    // command texts are case-sensitive,
+      {"<ROOT><Command>echo</Command></ROOT>", "ECHO"},  // element names are not
+      {"<wrap><root><command>echo</command></root></wrap>", "ECHO"},
+      {"<?xml version=\"1.0\"?><root><command>echo</command></root>", "ECHO"},
+  };
+  for (const auto& c : cases) {
+    const std::string reply = daemon.request(c.first);
+    EXPECT_EQ(c.second, node(reply, "status")) << c.first;
+    EXPECT_EQ("KIVO 3.2.7", node(reply, "version")) << c.first;
   }
-  EXPECT_NE(std::string::npos, daemon.log().find("WRONG PACKAGE FORMAT"));
-  // root may also stand one level down, and behind a declaration.
-  EXPECT_EQ("ECHO", node(daemon.request("<wrap><root><command>echo</command></root></wrap>"), "status"));
-  EXPECT_EQ("ECHO", node(daemon.request("<?xml version=\"1.0\"?><root><command>echo</command></root>"), "status"));
+  for (const char* line : {"WRONG PACKAGE FORMAT\n", "NO COMMAND FIELD\n", "COMMAND 'NoSuchCommand' not found\n"})
+    EXPECT_TRUE(has(daemon.log(), line)) << line;
 }
 
-TEST_F(Daemon, MissingOrUnknownCommandsGetMinusSeven) {
-  EXPECT_EQ("-7", node(daemon.request("<root><paramList><dev>x</dev></paramList></root>"), "status"));
-  EXPECT_EQ("-7", node(daemon.request("<root><command></command></root>"), "status"));
-  EXPECT_EQ("-7", node(daemon.command("NoSuchCommand"), "status"));
-  // Command texts are case-sensitive; element names are not.
-  EXPECT_EQ("-7", node(daemon.command("Echo"), "status"));
-  EXPECT_EQ("-7", node(daemon.command("debugDump", {{"dev", "r1"}}), "status"));
-  EXPECT_EQ("ECHO", node(daemon.request("<ROOT><Command>echo</Command></ROOT>"), "status"));
-  std::string log = daemon.log();
-  EXPECT_NE(std::string::npos, log.find("NO COMMAND FIELD"));
-  EXPECT_NE(std::string::npos, log.find("COMMAND 'NoSuchCommand' not found"));
-}
-
-TEST_F(Daemon, VersionLookupRunsTheConfigurationReaderOncePerReply) {
+TEST_F(Daemon, VersionComesFromThePackageElseFromTheFirmwareElseNotAtAll) {
   root.clearCalls();
   daemon.command("echo");
   std::vector<std::string> want = {"/sbin/rakcfg -f /etc/config/tarpo.conf KIVO Version"};
   EXPECT_EQ(want, root.calls());
 
-  // Without the package version the firmware's comes instead.
   ::unlink(root.path("/etc/config/tarpo.conf").c_str());
   root.clearCalls();
   EXPECT_EQ("FW 5.1.4.20240611", node(daemon.command("echo"), "version"));
   want.push_back("/sbin/rakcfg -f /etc/config/ostral.conf System Version");
   want.push_back("/sbin/rakcfg -f /etc/config/ostral.conf System 'Build Number'");
   EXPECT_EQ(want, root.calls());
-
-  // The firmware line always prints its dot, even with nothing to read.
+  // The firmware line prints its dot even with nothing to read.
   ::unlink(root.path("/etc/config/ostral.conf").c_str());
   EXPECT_EQ("FW .", node(daemon.command("echo"), "version"));
+
+  TestRoot other(false);
+  DaemonProcess shellless(other.dir());
+  ASSERT_TRUE(shellless.start({"PATH=/nonexistent"})) << shellless.log();
+  EXPECT_EQ("<root>\n\t<status>ECHO</status>\n</root>\n", shellless.command("echo"));
+  EXPECT_TRUE(has(shellless.log(), "Error: popen failed"));
 }
 
-TEST(DaemonVersion, NoVersionNodeWhenNoCommandCanRun) {
-  TestRoot root(false);
-  DaemonProcess daemon(root.dir());
-  // No shell can be found: neither version can be read.
-  ASSERT_TRUE(daemon.start({"PATH=/nonexistent"})) << daemon.log();
-  std::string reply = daemon.command("echo");
-  EXPECT_EQ("<root>\n\t<status>ECHO</status>\n</root>\n", reply);
-  EXPECT_NE(std::string::npos, daemon.log().find("Error: popen failed"));
-}
-
-TEST_F(Daemon, OneReadMakesTheRequest) {
-  // Only what the first read returns counts: a dev parameter sent after
-  // the reply was made is not seen, and is taken as the acknowledgement.
-  {
+TEST_F(Daemon, RequestIsWhatOneReadReturnsUpTo4096Bytes) {
+  {  // sent after the reply was made: taken as the acknowledgement, never as request
     vessorclient::CVessorConnection c(daemon.socketPath());
-    ASSERT_TRUE(c.ok());
-    ASSERT_TRUE(c.send("<root><command>echo</command>"));
     std::string reply;
-    ASSERT_TRUE(c.receive(reply));
+    ASSERT_TRUE(c.send("<root><command>echo</command>") && c.receive(reply));
     EXPECT_EQ("ECHO", node(reply, "status"));
     EXPECT_TRUE(c.send("<paramList><dev>late</dev></paramList></root>"));
   }
-  EXPECT_EQ(std::string::npos, daemon.log().find("--dev:late"));
-
-  // 4096 bytes are read whole; what lies beyond is never read.
-  std::string head = "<root><command>echo</command><pad>";
-  std::string tail = "</pad></root>";
-  std::string exact = head + std::string(4096 - head.size() - tail.size(), 'x') + tail;
-  ASSERT_EQ(4096u, exact.size());
-  EXPECT_EQ("ECHO", node(daemon.request(exact), "status"));
-  EXPECT_EQ("ECHO", node(daemon.request(exact + std::string(3000, 'y')), "status"));
-  std::string late = "<root><pad>" + std::string(4100, 'x') + "</pad><command>echo</command></root>";
-  EXPECT_EQ("-7", node(daemon.request(late), "status"));
+  const std::string head = "<root><command>echo</command><pad>", tail = "</pad></root>";
+  const std::string exact = head + std::string(4096 - head.size() - tail.size(), 'x') + tail;
+  EXPECT_EQ("ECHO", status(exact));
+  EXPECT_EQ("ECHO", status(exact + std::string(3000, 'y')));
+  EXPECT_EQ("-7", status("<root><pad>" + std::string(4100, 'x') + "</pad><command>echo</command></root>"));
+  EXPECT_FALSE(has(daemon.log(), "--dev:late"));
   expectServing();
 }
 
-TEST_F(Daemon, ClientsThatLeaveEarlyCostNothing) {
+TEST_F(Daemon, DescriptorsAreCloseOnExecAndGoWithTheirClients) {
+  const std::map<int, long> before = descriptors(daemon.pid());
+  ASSERT_FALSE(before.empty());
+  {
+    vessorclient::CVessorConnection idle(daemon.socketPath());
+    expectServing();  // accepted after `idle`, so `idle` has its descriptor now
+    const std::map<int, long> open = descriptors(daemon.pid());
+    EXPECT_GT(open.size(), before.size());
+    for (const auto& fd : open) EXPECT_TRUE(fd.second & O_CLOEXEC) << "descriptor " << fd.first;
+  }
+  // Clients that connect and close at once, or leave before their reply (SIGPIPE).
   for (int i = 0; i < 20; ++i) {
     vessorclient::CVessorConnection silent(daemon.socketPath());
-    ASSERT_TRUE(silent.ok());
-  }
-  // Gone before the reply: the daemon's writes fail, it lives on.
-  for (int i = 0; i < 20; ++i) {
-    vessorclient::CVessorConnection c(daemon.socketPath());
-    ASSERT_TRUE(c.send(vessorclient::build_packet("echo", {})));
-    ::shutdown(c.fd(), SHUT_RDWR);
+    vessorclient::CVessorConnection gone(daemon.socketPath());
+    ASSERT_TRUE(gone.send(vessorclient::build_packet("echo", {})));
+    ::shutdown(gone.fd(), SHUT_RDWR);
   }
   expectServing();
-  EXPECT_TRUE(daemon.alive());
+  for (int i = 0; i < 400 && descriptors(daemon.pid()) != before; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_EQ(before, descriptors(daemon.pid()));
 }
 
-TEST_F(Daemon, HostileInputGetsAStatusAndTheDaemonLives) {
-  std::string garbage;
+TEST_F(Daemon, HostileInputGetsAClearStatusAndTheDaemonLives) {
+  std::string garbage, deep;
   for (int i = 0; i < 3000; ++i) garbage += static_cast<char>((i * 7919 + 13) % 256);
-  std::string deep;
   for (int i = 0; i < 1000; ++i) deep += "<a>";
-  const std::vector<std::string> packets = {
-      garbage,
-      bytes("\0<root><command>echo</command></root>"),
-      bytes("<root><command>echo</command>\0<junk"),
-      "<root><command>echo</command><paramList><dev>x",
-      "<root><comm",
-      "<root" + deep,
-      "<root>" + deep,
-      "<root><command>&#99999999999999999999999;</command></root>",
-      "<root><command>&#x7fffffffffffffff;</command></root>",
-      "<root a='" + std::string(4000, 'A') + "'><command>echo</command></root>",
-      "<root><command><![CDATA[echo",
-  };
-  for (const auto& p : packets) {
-    std::string status = node(daemon.request(p), "status");
-    bool clear = status == "ECHO" || status == "-2" || status == "-7";
-    EXPECT_TRUE(clear) << "status '" << status << "' for a packet of " << p.size() << " bytes";
+  for (const std::string& p : {garbage, std::string("<root><comm"), "<root" + deep, "<root>" + deep,
+                               std::string("<root><command>&#99999999999999999999999;</command></root>"),
+                               std::string("<root><command>&#x7fffffffffffffff;</command></root>"),
+                               "<root a='" + std::string(4000, 'A') + "'><command>echo</command></root>",
+                               std::string("<root><command><![CDATA[echo")}) {
+    const std::string s = status(p);
+    EXPECT_TRUE(s == "ECHO" || s == "-2" || s == "-7") << s << " for " << p.size() << " bytes";
   }
-  EXPECT_EQ("ECHO", node(daemon.request(packets[2]), "status"));
-  EXPECT_EQ("-2", node(daemon.request(packets[1]), "status"));
+  // The request ends at a zero byte; an unterminated parameter still leaves the command.
+  EXPECT_EQ("-2", status(std::string("\0<root><command>echo</command></root>", 37)));
+  EXPECT_EQ("ECHO", status(std::string("<root><command>echo</command>\0<junk", 36)));
+  EXPECT_EQ("ECHO", status("<root><command>echo</command><paramList><dev>x"));
   expectServing();
 }
 
-TEST(DaemonStart, StaleSocketFileIsReplaced) {
-  TestRoot root(false);
-  root.write("/tmp/.@vessord.xxx", "left over");
-  DaemonProcess daemon(root.dir());
-  ASSERT_TRUE(daemon.start()) << daemon.log();
-  struct stat st;
-  ASSERT_EQ(0, ::stat(daemon.socketPath().c_str(), &st));
-  EXPECT_TRUE(S_ISSOCK(st.st_mode));
-  EXPECT_EQ(0777u, st.st_mode & 0777u);
-  EXPECT_EQ("ECHO", node(daemon.command("echo"), "status"));
-}
-
-TEST(DaemonStart, OneDaemonPerRootAndRootsRunSideBySide) {
+TEST(DaemonStart, OneDaemonPerRootRootsSideBySideAndStaleSocketsReplaced) {
   TestRoot root(false), other(false);
-  DaemonProcess first(root.dir());
+  DaemonProcess first(root.dir()), second(root.dir()), beside(other.dir());
   ASSERT_TRUE(first.start()) << first.log();
-  struct stat before;
+  struct stat before, after;
   ASSERT_EQ(0, ::stat(first.socketPath().c_str(), &before));
-
-  DaemonProcess second(root.dir());
-  ASSERT_TRUE(second.start({}, false));
+  second.start();
   int status = -1;
   ASSERT_TRUE(second.waitExit(status));
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  EXPECT_NE(std::string::npos, second.log().find("process already exist!!"));
-  struct stat after;
+  EXPECT_TRUE(exited_zero(status)) << status;
+  EXPECT_TRUE(has(second.log(), "process already exist!!"));
   ASSERT_EQ(0, ::stat(first.socketPath().c_str(), &after));
   EXPECT_EQ(before.st_ino, after.st_ino) << "the running daemon's socket was touched";
-  EXPECT_EQ("ECHO", node(first.command("echo"), "status"));
 
-  DaemonProcess beside(other.dir());
+  // A stale socket file is replaced by a world-writable socket.
+  other.write("/tmp/.@vessord.xxx", "left over");
   ASSERT_TRUE(beside.start()) << beside.log();
+  ASSERT_EQ(0, ::stat(beside.socketPath().c_str(), &after));
+  EXPECT_TRUE(S_ISSOCK(after.st_mode) && (after.st_mode & 0777u) == 0777u) << after.st_mode;
   EXPECT_EQ("ECHO", node(beside.command("echo"), "status"));
   EXPECT_EQ("ECHO", node(first.command("echo"), "status"));
 }
 
-TEST(DaemonStart, RootThatCannotStandOnACommandLineIsRefused) {
-  TestRoot root(false);
-  std::string odd = root.dir() + "/with space";
-  ASSERT_EQ(0, ::mkdir(odd.c_str(), 0755));
-  ASSERT_EQ(0, ::mkdir((odd + "/sim").c_str(), 0755));
-  DaemonProcess daemon(odd);
-  ASSERT_TRUE(daemon.start({}, false));
-  int status = -1;
-  ASSERT_TRUE(daemon.waitExit(status));
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+// Both end with status 0 and one dump line "[yyyy-mm-dd hh:mm:ss] sig:S send_pid:P self_pid:Q".
+TEST(DaemonEnd, SigUsr1AndCreatePlayerEndTheDaemonWithItsDump) {
+  for (const bool byCommand : {false, true}) {
+    TestRoot root(false);
+    DaemonProcess daemon(root.dir());
+    ASSERT_TRUE(daemon.start()) << daemon.log();
+    const std::string self = std::to_string(daemon.pid()), us = std::to_string(::getpid());
+    std::string tail = " sig:10 send_pid:" + us + " self_pid:" + self + "\n", line = "sig:10  pid:" + us;
+    if (byCommand) {
+      std::string reply;
+      EXPECT_NE(0, vessorclient::request(daemon.socketPath(), vessorclient::build_packet("CreatePlayer", {}), reply));
+      tail = " sig:6 send_pid:" + self + " self_pid:" + self + "\n";
+      line = "Command:CreatePlayer  --dev:N/A(err)";
+    } else {
+      ::kill(daemon.pid(), SIGUSR1);
+    }
+    int status = -1;
+    ASSERT_TRUE(daemon.waitExit(status));
+    EXPECT_TRUE(exited_zero(status)) << status;
+    const std::string dump = daemon.dump();
+    ASSERT_EQ(21 + tail.size(), dump.size()) << dump;
+    EXPECT_TRUE(dump[0] == '[' && dump[20] == ']' && dump.substr(21) == tail) << dump;
+    EXPECT_TRUE(has(daemon.log(), line)) << daemon.log();
+  }
 }
 
-TEST(DaemonEnd, FatalSignalWritesTheDumpAndExitsZero) {
-  TestRoot root(false);
-  DaemonProcess daemon(root.dir());
-  ASSERT_TRUE(daemon.start()) << daemon.log();
-  daemon.signal(SIGUSR1);
-  int status = -1;
-  ASSERT_TRUE(daemon.waitExit(status));
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  std::string dump = daemon.dump();
-  std::string tail = " sig:10 send_pid:" + std::to_string(::getpid()) + " self_pid:";
-  EXPECT_NE(std::string::npos, dump.find(tail)) << dump;
-  // "[yyyy-mm-dd hh:mm:ss]" then the numbers, one line.
-  ASSERT_GT(dump.size(), 22u);
-  EXPECT_EQ('[', dump[0]);
-  EXPECT_EQ("] sig:10", dump.substr(20, 8)) << dump;
-  EXPECT_EQ(1, std::count(dump.begin(), dump.end(), '\n'));
-  EXPECT_NE(std::string::npos, daemon.log().find("sig:10  pid:" + std::to_string(::getpid())));
+struct call_s {
+  std::string args, out;
+  int status;
+};
+
+// Runs each `line + args` in a shell: its standard output and exit status.
+void expect_calls(const std::string& line, const std::vector<call_s>& cases) {
+  for (const auto& c : cases) {
+    FILE* p = popen((line + c.args + " 2>/dev/null").c_str(), "re");
+    ASSERT_NE(nullptr, p);
+    std::string out;
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    const int st = pclose(p);
+    EXPECT_EQ(c.out, out) << c.args;
+    EXPECT_EQ(c.status, WIFEXITED(st) ? WEXITSTATUS(st) : -1) << c.args;
+  }
 }
 
-TEST(DaemonEnd, CreatePlayerEndsTheDaemonThroughTheDump) {
+TEST(Rakcfg, AnswersEveryQueryFormOfTheDaemon) {
   TestRoot root(false);
-  DaemonProcess daemon(root.dir());
-  ASSERT_TRUE(daemon.start()) << daemon.log();
-  const pid_t pid = daemon.pid();
-  std::string reply, error;
-  EXPECT_NE(0, vessorclient::request(daemon.socketPath(), vessorclient::build_packet("CreatePlayer", {}), reply, &error));
-  int status = -1;
-  ASSERT_TRUE(daemon.waitExit(status));
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  EXPECT_NE(std::string::npos, daemon.log().find("Command:CreatePlayer  --dev:N/A(err)"));
-  EXPECT_NE(std::string::npos, daemon.dump().find(" sig:6 send_pid:" + std::to_string(pid) + " self_pid:" +
-                                                  std::to_string(pid) + "\n"))
-      << daemon.dump();
+  root.write("/etc/sample.conf",
+             "top = level\n# comment = no\n[Media Server]\n  Build Number =  42 \n; Hidden = yes\nempty =\n"
+             "[other]\nBuild Number = 7\n");
+  const std::string f = "-f '" + root.path("/etc/sample.conf") + "' ";
+  expect_calls("VESSORD_ROOT='" + root.dir() + "' '" + root.path("/sbin/rakcfg") + "' ",
+               {{f + "'Media Server' 'Build Number'", "42\n", 0},
+                {"'media server' 'build number' " + f, "42\n", 0},  // names match without regard to case
+                {"-d 0 other 'Build Number' " + f, "7\n", 0},
+                {f + "-d 0 '' top", "level\n", 0},  // an empty section: the keys above the first header
+                {f + "'Media Server' empty", "\n", 0},
+                {f + "-d FALSE -c 'Media Server' Hidden", "FALSE\n", 0},  // comments hold no keys
+                {f + "other top", "", 1},
+                {f + "OnlyOneName", "", 2},
+                {"System Model -d unknow", "vantu\n", 0}});  // without -f: the system file of the root
+}
+
+TEST_F(Daemon, VessorctlExitCodesTellTheReplyAndValuesAreEscaped) {
+  root.write("/packet.xml", "<ROOT><COMMAND>echo</COMMAND></ROOT>");
+  const std::string ctl = "VESSORD_ROOT='" + root.dir() + "' '" + testsupport::vessorctlPath() + "' ";
+  expect_calls(ctl, {{"echo 'dev=a&b<c>\"d\"' x=1", kEchoReply, 0},
+                     {"--get status Nope", "-7\n", 1},
+                     {"--get version echo", "KIVO 3.2.7\n", 0},
+                     {"--get nothing echo", "", 1},
+                     {"--get status --raw '" + root.path("/packet.xml") + "'", "ECHO\n", 0},
+                     {"--get status --raw - < /dev/null", "-2\n", 1},
+                     {"", "", 2},
+                     {"echo novalue", "", 2},
+                     {"echo '<bad>=1'", "", 2},
+                     {"--socket '" + root.path("/tmp/none") + "' echo", "", 3}});
+  EXPECT_TRUE(has(daemon.log(), "Command:echo  --dev:a&b<c>\"d\"\n")) << daemon.log();
+  EXPECT_TRUE(has(daemon.log(), "<dev>a&amp;b&lt;c&gt;&quot;d&quot;</dev><x>1</x>"));
+  expect_calls("printf '<root><command>echo</command></root>' | " + ctl + "--socket '" + daemon.socketPath() + "' ",
+               {{"--get status --raw -", "ECHO\n", 0}});
 }
 
 }  // namespace

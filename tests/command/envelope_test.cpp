@@ -1,153 +1,203 @@
-// The envelope in-process: dispatch, the error replies, the parameter
-// helpers and the version text.
+// The command service in-process: dispatch and error replies, the parameter
+// helpers, the version text, the socket wrapper, the accept loop's failure
+// report and the daemon's own log files.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "command/acceptLoop.h"
+#include "command/daemonLog.h"
+#include "command/unixSocketIpc.h"
 #include "command/version.h"
 #include "command/vessord.h"
 #include "devices/paramXmlWrap.h"
+#include "foundation/log.h"
 #include "support/testRoot.h"
 
 namespace {
 
-struct run_s {
-  XMLNode reply;
-  requestOutcome_s outcome;
-};
-
-run_s run(const std::string& packet, const commandEntry_s* table = g_commandTable, size_t n = g_commandTableSize) {
-  run_s r;
-  handle_request(nullptr, packet.data(), packet.size(), r.reply, r.outcome, table, n);
-  return r;
-}
+using W = ParamXmlWrapper;
 
 std::string compact(const XMLNode& n) {
   XMLString t(n.createXMLString(0, nullptr));
   return t ? t.get() : "";
 }
 
-int builds_then_fails(CPlayerManager*, XMLNode&, XMLNode& reply) {
-  ParamXmlWrapper::create_status_xml_doc(reply, "0", nullptr);
-  ParamXmlWrapper::add_child_node(reply, "volume", "40");
-  return -19;
-}
-int positive_with_reply(CPlayerManager*, XMLNode&, XMLNode& reply) {
-  ParamXmlWrapper::create_status_xml_doc(reply, "0", nullptr);
-  return 3;
-}
-int positive_without_reply(CPlayerManager*, XMLNode&, XMLNode&) { return 1; }
-int plain_failure(CPlayerManager*, XMLNode&, XMLNode&) { return -3; }
-int echoes_dev(CPlayerManager*, XMLNode& root, XMLNode& reply) {
-  XMLNode dev;
-  if (ParamXmlWrapper::get_param_node_with_check_text(root, dev, "dev") != 0) return -3;
-  ParamXmlWrapper::create_status_xml_doc(reply, dev.getText(), nullptr);
-  return 0;
+// The log lines that `fn` writes.
+template <typename F>
+std::string logged(F fn) {
+  int tee[2];
+  if (::pipe2(tee, O_CLOEXEC | O_NONBLOCK) != 0) return "";
+  vessord::log_set_tee(tee[1]);
+  fn();
+  vessord::log_set_tee(-1);
+  char buf[8192];
+  const ssize_t n = ::read(tee[0], buf, sizeof buf);
+  ::close(tee[0]);
+  ::close(tee[1]);
+  return std::string(buf, n > 0 ? static_cast<size_t>(n) : 0);
 }
 
 const commandEntry_s kTable[] = {
-    {"Drop", builds_then_fails}, {"Pos", positive_with_reply}, {"Empty", positive_without_reply},
-    {"Fail", plain_failure},     {"Dev", echoes_dev},          {"Dev", plain_failure},
+    {"Drop", [](CPlayerManager*, XMLNode&, XMLNode& r) { W::create_status_xml_doc(r, "0", nullptr); return -19; }},
+    {"Pos", [](CPlayerManager*, XMLNode&, XMLNode& r) { W::create_status_xml_doc(r, "0", nullptr); return 3; }},
+    {"Empty", [](CPlayerManager*, XMLNode&, XMLNode&) { return 1; }},
+    {"Fail", [](CPlayerManager*, XMLNode&, XMLNode&) { return -3; }},
+    {"Dev", [](CPlayerManager*, XMLNode& root, XMLNode& r) {
+       W::create_status_xml_doc(r, root.getChildNode("paramList").getChildNode("dev").getText(), nullptr);
+       return 0;
+     }},
+    {"Dev", [](CPlayerManager*, XMLNode&, XMLNode&) { return -3; }},
 };
 const size_t kTableSize = sizeof kTable / sizeof kTable[0];
 
-TEST(Envelope, HandlerResultsBecomeReplies) {
-  // A handler that built a reply and still failed loses it.
-  run_s r = run("<root><command>Drop</command></root>", kTable, kTableSize);
-  EXPECT_EQ("<root><status>-19</status></root>", compact(r.reply));
-  EXPECT_EQ(-19, r.outcome.code);
-
-  r = run("<root><command>Pos</command></root>", kTable, kTableSize);
-  EXPECT_EQ(3, r.outcome.code);
-  EXPECT_FALSE(r.outcome.fatal);
-  EXPECT_EQ("<root><status>0</status></root>", compact(r.reply));
-
-  r = run("<root><command>Fail</command></root>", kTable, kTableSize);
-  EXPECT_EQ("<root><status>-3</status></root>", compact(r.reply));
-
-  // 0 or more with nothing built is the fatal case, told, not thrown.
-  r = run("<root><command>Empty</command></root>", kTable, kTableSize);
-  EXPECT_TRUE(r.outcome.fatal);
-  EXPECT_TRUE(r.reply.isEmpty());
-  EXPECT_TRUE(run("<root><command>CreatePlayer</command></root>").outcome.fatal);
+TEST(Envelope, HandlerResultsBecomeRepliesAndAFailedHandlersReplyIsDropped) {
+  const struct {
+    const char* command;
+    int code;
+    const char* reply;
+  } cases[] = {
+      {"Drop", -19, "<root><status>-19</status></root>"},
+      {"Pos", 3, "<root><status>0</status></root>"},
+      {"Fail", -3, "<root><status>-3</status></root>"},
+      {"Dev", 0, "<root><status>r-1</status></root>"},  // the first entry of a name wins
+      {"dev", -7, "<root><status>-7</status></root>"},  // names are exact
+      {"Empty", 1, ""},                                 // 0 or more and no reply: fatal
+  };
+  for (const auto& c : cases) {
+    const std::string p =
+        std::string("<root><command>") + c.command + "</command><paramList><dev>r-1</dev></paramList></root>";
+    XMLNode reply;
+    requestOutcome_s out;
+    const auto log = logged([&] { handle_request(nullptr, p.data(), p.size(), reply, out, kTable, kTableSize); });
+    EXPECT_EQ(c.code, out.code) << c.command;
+    EXPECT_EQ(c.reply, compact(reply)) << c.command;
+    EXPECT_EQ(*c.reply == '\0', out.fatal) << c.command;
+    EXPECT_TRUE(out.command == c.command && out.dev == "r-1") << c.command;
+    EXPECT_EQ(c.code == -19, log.find("[Drop]There is someting worng in the contorl flow\n") != std::string::npos);
+  }
 }
 
-TEST(Envelope, FirstEntryOfTheNameWinsAndNamesAreExact) {
-  run_s r = run("<root><command>Dev</command><paramList><dev>r-1</dev></paramList></root>", kTable, kTableSize);
-  EXPECT_EQ("<root><status>r-1</status></root>", compact(r.reply));
-  EXPECT_EQ("r-1", r.outcome.dev);
-  EXPECT_EQ("Dev", r.outcome.command);
-  EXPECT_EQ(-7, run("<root><command>dev</command></root>", kTable, kTableSize).outcome.code);
-}
-
-TEST(Envelope, RequestEndsAtItsFirstZeroByteAndItsLength) {
-  std::string packet("<root><command>echo</command></root>\0<x>", 41);
-  run_s r = run(packet);
-  EXPECT_EQ("<root><status>ECHO</status></root>", compact(r.reply));
-  // The length limits the text even where no zero follows.
-  std::string longer = "<root><command>echo</command></root>";
-  r = run(longer.substr(0, 6));
-  EXPECT_EQ(-7, r.outcome.code);
-  EXPECT_EQ("N/A", r.outcome.dev);
-}
-
-TEST(ParamXmlWrapper, ParametersAndStatusDocument) {
+TEST(ParamXmlWrapper, OnlyTheFirstParameterOfANameCounts) {
   XMLNode packet = XMLNode::parseString(
-      "<root><paramList><dev>a</dev><DEV>b</DEV><vol></vol></paramList><paramList><x>1</x></paramList></root>",
-      "root");
+      "<root><paramList><dev>a</dev><DEV>b</DEV><vol></vol></paramList><paramList><x>1</x></paramList></root>", "root");
   XMLNode n;
-  ASSERT_EQ(0, ParamXmlWrapper::get_param_node(packet, n, "dev"));
-  EXPECT_STREQ("a", n.getText()) << "the first of a name counts";
-  EXPECT_EQ(0, ParamXmlWrapper::get_param_node(packet, n, "vol"));
-  EXPECT_EQ(-1, ParamXmlWrapper::get_param_node_with_check_text(packet, n, "vol"));
-  EXPECT_EQ(-1, ParamXmlWrapper::get_param_node(packet, n, "x")) << "only the first paramList counts";
-  EXPECT_TRUE(n.isEmpty());
-  XMLNode bare = XMLNode::parseString("<root><command>echo</command></root>", "root");
-  EXPECT_EQ(-1, ParamXmlWrapper::get_param_node(bare, n, "dev"));
-
-  XMLNode doc;
-  ParamXmlWrapper::create_status_xml_doc(doc, "-4", "gone");
-  EXPECT_EQ("<root><status>-4</status><cause>gone</cause></root>", compact(doc));
-  ParamXmlWrapper::create_status_xml_doc(doc, nullptr, nullptr);
-  ParamXmlWrapper::add_child_node(doc, "empty", nullptr);
-  EXPECT_EQ("<root><empty/></root>", compact(doc));
+  ASSERT_EQ(0, W::get_param_node(packet, n, "dev"));
+  EXPECT_STREQ("a", n.getText());
+  EXPECT_EQ(0, W::get_param_node(packet, n, "vol"));
+  EXPECT_EQ(-1, W::get_param_node_with_check_text(packet, n, "vol"));
+  EXPECT_EQ(-1, W::get_param_node(packet, n, "x")) << "only the first paramList counts";
 }
 
-TEST(ReplyText, VersionGoesFirstAndTextIsIndented) {
+TEST(Version, PackageElseFirmwareAndWhatFails) {
   testsupport::TestRoot root;
-  XMLNode reply;
-  ParamXmlWrapper::create_status_xml_doc(reply, "0", nullptr);
-  ParamXmlWrapper::add_child_node(reply, "note", "a<b & 'c'");
-  ASSERT_TRUE(add_version_node(reply));
-  EXPECT_EQ(
-      "<root>\n\t<version>KIVO 3.2.7</version>\n\t<status>0</status>\n\t<note>a&lt;b &amp; &apos;c&apos;</note>\n"
-      "</root>\n",
-      reply_text(reply));
-}
-
-TEST(Version, PackageFirmwareAndTheirFailures) {
-  testsupport::TestRoot root;
-  char v[64];
-  EXPECT_EQ(0, getTARPOVersion(v, sizeof v, "KIVO", 0));
-  EXPECT_STREQ("KIVO 3.2.7", v);
-  EXPECT_EQ(0, getFirmwareVersion(v, sizeof v, 0));
-  EXPECT_STREQ("FW 5.1.4.20240611", v);
-  char small[8];
+  char v[64], small[8];
   EXPECT_EQ(0, getTARPOVersion(small, sizeof small, "KIVO", 0));
   EXPECT_STREQ("KIVO 3.", small);
-
   EXPECT_EQ(1, getTARPOVersion(nullptr, 8, "KIVO", 0));
-  EXPECT_EQ(1, getTARPOVersion(v, sizeof v, nullptr, 0));
-  EXPECT_EQ(1, getTARPOVersion(v, sizeof v, "NOPKG", 0));
-  // A name that would change the command line never runs.
   root.clearCalls();
-  EXPECT_EQ(1, getTARPOVersion(v, sizeof v, "KIVO;id", 0));
+  EXPECT_EQ(1, getTARPOVersion(v, sizeof v, "KIVO;id", 0)) << "a name that would change the line never runs";
   EXPECT_TRUE(root.calls().empty());
-
   root.write("/etc/config/tarpo.conf", "[KIVO]\nVersion =\n");
   EXPECT_EQ(1, getVersion(v, sizeof v, "KIVO", 0, 0)) << "an empty version is a failure";
   EXPECT_EQ(0, getVersion(v, sizeof v, "KIVO", 1, 0));
   EXPECT_STREQ("FW 5.1.4.20240611", v);
+}
+
+TEST(UnixSocketIpc, ClientIgnoresTheDescriptorServerFallsBackToTheLastAccepted) {
+  testsupport::TestRoot root(false);
+  const std::string path = root.path("/tmp/sock");
+  CUnixSocketIpc server(path.c_str(), true), client(path.c_str(), false);
+  ASSERT_EQ(0, server.Listen(4));
+  ASSERT_EQ(0, client.Connect());
+  const int fd = server.Accept();
+  ASSERT_EQ(5, client.Write("hello", 5, 12345));
+  char buf[16];
+  std::memset(buf, 'z', sizeof buf);
+  ASSERT_EQ(5, server.Read(buf, 10, -1));
+  EXPECT_EQ(std::string("hello\0\0\0\0\0zz", 12), std::string(buf, 12)) << "zero-filled behind what was read";
+  ASSERT_EQ(2, server.Write("ok", 2, fd));
+  EXPECT_EQ(2, client.Read(buf, sizeof buf, 999));
+  EXPECT_STREQ("ok", buf);
+  try {
+    CUnixSocketIpc s(root.path("/no/such/dir/sock").c_str(), true);
+    ADD_FAILURE() << "bound in a missing directory";
+  } catch (const char* what) {
+    EXPECT_STREQ("CUnixSocketIpc::CUnixSocketIpc", what);
+  }
+}
+
+TEST(AcceptLoop, OutOfDescriptorsIsReportedWithItsErrnoWordAndTheClientWaits) {
+  testsupport::TestRoot root(false);
+  const std::string path = root.path("/tmp/sock");
+  CUnixSocketIpc server(path.c_str(), true), client(path.c_str(), false);
+  ASSERT_EQ(0, server.Listen(4));
+  ASSERT_EQ(0, client.Connect());
+  g_cmdLogPath = root.path("/cmd.log");  // cannot be opened either: errno stays EMFILE
+  struct rlimit saved, tight;
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
+  const std::string log = logged([&] {
+    const int lowest = ::dup(0);  // the next free number: then none is left below the limit
+    ::close(lowest);
+    tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(lowest);
+    setrlimit(RLIMIT_NOFILE, &tight);
+    accept_once(server, nullptr);
+    setrlimit(RLIMIT_NOFILE, &saved);
+  });
+  EXPECT_NE(std::string::npos, log.find("ipc.Accept() ... fial\n")) << log;
+  EXPECT_NE(std::string::npos, log.find("ipc.Accept()..... EMFILE\n")) << log;
+  const int fd = server.Accept();
+  EXPECT_GE(fd, 0);
+  if (fd >= 0) server.Close(fd);
+}
+
+TEST(DebugWriteLog, StampedLinesAndRotationPast10MiB) {
+  testsupport::TestRoot root(false);
+  const std::string path = root.path("/log.txt");
+  ASSERT_EQ(0, debug_write_log(path.c_str(), "Accept() [fail]"));
+  const std::string text = root.read("/log.txt");  // "[hh:mm:ss] " and the text
+  EXPECT_TRUE(text.size() == 27 && text[0] == '[' && text.substr(9) == "] Accept() [fail]\n") << text;
+  // Exactly 10 MiB is kept; one byte more and the file starts over.
+  ASSERT_EQ(0, truncate(path.c_str(), 0xA00000));
+  ASSERT_EQ(0, debug_write_log(path.c_str(), "kept"));
+  EXPECT_EQ(0xA00000u + 16, root.read("/log.txt").size());
+  ASSERT_EQ(0, debug_write_log(path.c_str(), "fresh"));
+  EXPECT_EQ(17u, root.read("/log.txt").size());
+}
+
+TEST(ShowStackframe, OneLineReplacedOnEachCallWithAStampByArithmetic) {
+  testsupport::TestRoot root(false);
+  vessord::set_log_dir(root.path("/logs/"));
+  EXPECT_LT(show_stackframe("crash.dump", 11, 42), 0) << "no directory, no file";
+  ::mkdir(root.path("/logs").c_str(), 0755);
+  ASSERT_EQ(0, show_stackframe("crash.dump", 11, 42));
+  ASSERT_EQ(0, show_stackframe("crash.dump", 7, -1));
+  vessord::set_log_dir(".log/");
+  const std::string line = root.read("/logs/crash.dump"), self = std::to_string(getpid());
+  EXPECT_EQ(" sig:7 send_pid:-1 self_pid:" + self + "\n", line.substr(std::min<size_t>(21, line.size())));
+  struct stat st;
+  ASSERT_EQ(0, ::stat(root.path("/logs/crash.dump").c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 0777u);
+
+  // Against gmtime every 97 hours and 17 seconds from 1900 to 2191.
+  for (long long s = -2200000000LL; s < 7000000000LL; s += 97 * 3600 + 17) {
+    const time_t tt = static_cast<time_t>(s);
+    struct tm m;
+    ASSERT_NE(nullptr, gmtime_r(&tt, &m));
+    char want[40], got[40];
+    std::snprintf(want, sizeof want, "[%d-%02d-%02d %02d:%02d:%02d]", m.tm_year + 1900, m.tm_mon + 1, m.tm_mday,
+                  m.tm_hour, m.tm_min, m.tm_sec);
+    vessord::format_dump_stamp(s, got, sizeof got);
+    ASSERT_STREQ(want, got) << s;
+  }
 }
 
 }  // namespace
