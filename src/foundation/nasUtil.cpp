@@ -18,13 +18,16 @@ int time_convert_to_second(const char* text) {
   std::snprintf(copy, sizeof copy, "%s", text);
   char* first = std::strchr(copy, ':');
   if (!first) return 0;
-  const long hours = std::strtol(copy, nullptr, 10);
+  // Unsigned arithmetic: a huge field from a device wraps instead of
+  // overflowing.
+  const unsigned long hours = static_cast<unsigned long>(std::strtol(copy, nullptr, 10));
   char* second = std::strchr(first + 1, ':');
   // With one colon only the hours count: the minutes are dropped.
-  if (!second) return static_cast<int>(hours * 3600);
-  const long minutes = std::strtol(first + 1, nullptr, 10);
-  const long seconds = std::strtol(second + 1, nullptr, 10);  // a fraction behind is ignored
-  return static_cast<int>(hours * 3600 + minutes * 60 + seconds);
+  if (!second) return static_cast<int>(hours * 3600u);
+  const unsigned long minutes = static_cast<unsigned long>(std::strtol(first + 1, nullptr, 10));
+  // A fraction behind the seconds is ignored.
+  const unsigned long seconds = static_cast<unsigned long>(std::strtol(second + 1, nullptr, 10));
+  return static_cast<int>(hours * 3600u + minutes * 60u + seconds);
 }
 
 int hhmmss_convert_to_sec(const char* text) {
