@@ -1,10 +1,12 @@
-// The try-lock guard and the process singleton under several threads.
+// Mutex kinds, the try-lock guard and the process singleton under contention.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <set>
 #include <thread>
 #include <vector>
@@ -12,6 +14,43 @@
 #include "foundation/thread.h"
 
 namespace {
+
+// What a second, time-limited lock by the holder gives.
+int relock_result(int attr) {
+  pthread_mutex_t m;
+  EXPECT_EQ(CThread::mutexInit(m, static_cast<mutextAttr_e>(attr)), 0);
+  pthread_mutex_lock(&m);
+  struct timespec until;
+  clock_gettime(CLOCK_REALTIME, &until);
+  until.tv_nsec += 50 * 1000 * 1000;
+  if (until.tv_nsec >= 1000000000L) until.tv_sec += 1, until.tv_nsec -= 1000000000L;
+  int rc = pthread_mutex_timedlock(&m, &until);
+  if (rc == 0) pthread_mutex_unlock(&m);
+  pthread_mutex_unlock(&m);
+  pthread_mutex_destroy(&m);
+  return rc;
+}
+
+TEST(MutexInit, EachKindAndUnknownValuesGiveANormalMutex) {
+  EXPECT_EQ(relock_result(MUTEX_ATTR_RECURSIVE), 0);
+  EXPECT_EQ(relock_result(MUTEX_ATTR_ERRORCHECK), EDEADLK);
+  EXPECT_EQ(relock_result(MUTEX_ATTR_NORMAL), ETIMEDOUT);  // a normal mutex blocks its holder
+  EXPECT_EQ(relock_result(3), ETIMEDOUT);
+}
+
+TEST(TryLock, BusyMutexThrowsForTheHolderAndForOthers) {
+  pthread_mutex_t m;
+  ASSERT_EQ(CThread::mutexInit(m, MUTEX_ATTR_NORMAL), 0);
+  {
+    ThreadSingleTryLock held(m);
+    EXPECT_THROW(ThreadSingleTryLock again(m), std::exception);
+    std::thread([&] { EXPECT_THROW(ThreadSingleTryLock other(m), std::exception); }).join();
+  }
+  // The guard released it, and the failed tries left nothing held.
+  EXPECT_EQ(pthread_mutex_trylock(&m), 0);
+  pthread_mutex_unlock(&m);
+  pthread_mutex_destroy(&m);
+}
 
 struct slowThing_s {
   static std::atomic<int> built;
@@ -25,52 +64,18 @@ std::atomic<int> slowThing_s::built{0};
 TEST(Singleton, ManyThreadsAtFirstUseShareOneInstance) {
   constexpr int kThreads = 16;
   std::atomic<int> ready{0};
-  std::atomic<bool> go{false};
   std::vector<slowThing_s*> seen(kThreads, nullptr);
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&, i] {
       ++ready;
-      while (!go.load()) std::this_thread::yield();
+      while (ready.load() < kThreads) std::this_thread::yield();
       seen[static_cast<size_t>(i)] = CGlobalsSingleton<slowThing_s>::get();
     });
   }
-  while (ready.load() < kThreads) std::this_thread::yield();
-  go = true;
   for (auto& t : threads) t.join();
   EXPECT_EQ(slowThing_s::built.load(), 1);
   EXPECT_EQ(std::set<slowThing_s*>(seen.begin(), seen.end()).size(), 1u);
-  EXPECT_NE(seen[0], nullptr);
-  EXPECT_EQ(CGlobalsSingleton<slowThing_s>::get(), seen[0]);
-}
-
-TEST(TryLock, BusyMutexThrowsForTheHolderAndForOthers) {
-  pthread_mutex_t m;
-  ASSERT_EQ(CThread::mutexInit(m, MUTEX_ATTR_NORMAL), 0);
-  {
-    ThreadSingleTryLock held(m);
-    // The same thread again: a normal mutex is not recursive.
-    EXPECT_THROW(ThreadSingleTryLock again(m), std::exception);
-    bool otherThrew = false;
-    std::thread([&] {
-      try {
-        ThreadSingleTryLock other(m);
-      } catch (const std::exception&) {
-        otherThrew = true;
-      }
-    }).join();
-    EXPECT_TRUE(otherThrew);
-  }
-  // The guard released the mutex, and a failed try left nothing held.
-  bool took = false;
-  std::thread([&] {
-    ThreadSingleTryLock other(m);
-    took = true;
-  }).join();
-  EXPECT_TRUE(took);
-  EXPECT_EQ(pthread_mutex_trylock(&m), 0);
-  pthread_mutex_unlock(&m);
-  pthread_mutex_destroy(&m);
 }
 
 }  // namespace

@@ -16,37 +16,24 @@ std::string written(const XMLNode& node, int format) {
   return text.get();
 }
 
-TEST(XmlWrite, ReplyLayoutInBothFormats) {
+TEST(XmlWrite, BothFormatsByteForByteWithEntities) {
   XMLNode reply = XMLNode::createXMLTopNode("root");
   reply.addChild("status").addText("0");
   reply.addChild("version", 0, 0).addText("KIVO 1.0");  // placed ahead of status
   EXPECT_EQ(written(reply, 1), "<root>\n\t<version>KIVO 1.0</version>\n\t<status>0</status>\n</root>\n");
   EXPECT_EQ(written(reply, 0), "<root><version>KIVO 1.0</version><status>0</status></root>");
   EXPECT_EQ(written(XMLNode(), 1), "");
-}
 
-TEST(XmlWrite, EveryKindOfContent) {
-  XMLNode doc = XMLNode::parseString(
-      "<?xml version=\"1.0\"?><root a=\"x&quot;y\" flag><e/><m>t1<c>v</c>t2</m><![CDATA[raw<]]></root>");
-  EXPECT_EQ(written(doc, 1),
-            "<?xml version=\"1.0\"?>\n"
-            "<root a=\"x&quot;y\" flag>\n"
-            "\t<e/>\n"
-            "\t<m>\n"
-            "\t\tt1\n"
-            "\t\t<c>v</c>\n"
-            "\t\tt2\n"
-            "\t</m>\n"
-            "\t<![CDATA[raw<]]>\n"
-            "</root>\n");
   const std::string compact =
       "<?xml version=\"1.0\"?><root a=\"x&quot;y\" flag><e/><m>t1<c>v</c>t2</m><![CDATA[raw<]]></root>";
+  XMLNode doc = XMLNode::parseString(compact.c_str());
+  EXPECT_EQ(written(doc, 1),
+            "<?xml version=\"1.0\"?>\n<root a=\"x&quot;y\" flag>\n\t<e/>\n\t<m>\n\t\tt1\n\t\t<c>v</c>\n\t\tt2\n\t</m>\n"
+            "\t<![CDATA[raw<]]>\n</root>\n");
   EXPECT_EQ(written(doc, 0), compact);
-  // What was written reads back to the same document.
   EXPECT_EQ(written(XMLNode::parseString(written(doc, 1).c_str()), 0), compact);
-}
 
-TEST(XmlWrite, EncodesTheFiveCharacters) {
+  // The five characters of the entity table go out encoded and read back.
   XMLNode node = XMLNode::createXMLTopNode("n");
   node.addAttribute("v", "a<b & \"c\" 'd'>");
   node.addText("<&>\"'");
@@ -56,22 +43,21 @@ TEST(XmlWrite, EncodesTheFiveCharacters) {
   EXPECT_STREQ(back.getText(), "<&>\"'");
 }
 
-TEST(XmlTree, InnerHandlesOutliveTheirDocument) {
+TEST(XmlTree, HandlesCountTheirRecords) {
   XMLNode inner;
   {
     XMLNode root = XMLNode::parseString("<r><a><b>x</b></a></r>");
     inner = root.getChildNode("a");
     EXPECT_STREQ(inner.getParentNode().getName(), "r");
   }
-  EXPECT_STREQ(inner.getChildNode("b").getText(), "x");
+  EXPECT_STREQ(inner.getChildNode("b").getText(), "x");  // outlives its document
   EXPECT_TRUE(inner.getParentNode().isEmpty());
 
-  // Copies, self-assignment and moves keep exactly one document alive.
+  // Copies, self-assignment and moves: a miscount shows under the sanitizers.
   XMLNode a = XMLNode::createXMLTopNode("a");
   XMLNode b = a;
   a = std::move(b);
-  XMLNode& same = a;
-  a = same;
+  a = *&a;
   b = a;
   b = XMLNode();
   a.addChild("kid");
@@ -83,8 +69,7 @@ TEST(XmlTree, AddChildMovesBetweenParents) {
   XMLNode moved = first.addChild("a");
   moved.addText("x");
   XMLNode second = XMLNode::createXMLTopNode("second");
-  XMLNode result = second.addChild(moved);
-  EXPECT_STREQ(result.getName(), "a");
+  EXPECT_STREQ(second.addChild(moved).getName(), "a");
   EXPECT_EQ(written(first, 0), "<first/>");
   EXPECT_EQ(written(second, 0), "<second><a>x</a></second>");
   EXPECT_STREQ(moved.getParentNode().getName(), "second");
@@ -95,14 +80,12 @@ TEST(XmlTree, AddChildMovesBetweenParents) {
   second.addChild(loose);  // within the same parent, to the end
   EXPECT_EQ(written(second, 0), "<second><a>x</a><b/></second>");
 
-  // A node never goes under itself or its own subtree.
+  // Never under itself or its own subtree.
   EXPECT_TRUE(moved.addChild(second).isEmpty());
   EXPECT_TRUE(second.addChild(second).isEmpty());
-  EXPECT_TRUE(second.addChild(XMLNode()).isEmpty());
   EXPECT_EQ(second.nChildNode(), 2);
 
-  // The moved node is owned by its new parent alone.
-  first = XMLNode();
+  first = XMLNode();  // the moved node is owned by its new parent alone
   moved = XMLNode();
   EXPECT_STREQ(second.getChildNode("a").getText(), "x");
 }
@@ -114,17 +97,13 @@ TEST(XmlTree, PositionsInterleaveTextsAndChildren) {
   n.addText("t1", 0);
   n.addChild("b", 0, 1);
   EXPECT_EQ(written(n, 0), "<n>t1<b/>t2<c/></n>");
-  EXPECT_STREQ(n.getText(0), "t1");
-  EXPECT_STREQ(n.getText(1), "t2");
-  EXPECT_STREQ(n.getChildNode(0).getName(), "b");
   n.deleteText(0);
   n.deleteText(5);
   EXPECT_EQ(written(n, 0), "<n><b/>t2<c/></n>");
-  EXPECT_STREQ(n.getText(0), "t2");
-  EXPECT_EQ(n.getText(1), nullptr);
   n.addText("t3", 2);
   EXPECT_EQ(written(n, 0), "<n><b/>t2t3<c/></n>");
   EXPECT_STREQ(n.getText(1), "t3");
+  EXPECT_EQ(n.getText(2), nullptr);
 }
 
 TEST(XmlTree, DeleteNodeContentEmptiesEveryHandle) {
@@ -133,60 +112,43 @@ TEST(XmlTree, DeleteNodeContentEmptiesEveryHandle) {
   XMLNode other = a;
   XMLNode b = a.getChildNode("b");
   a.deleteNodeContent();
-  EXPECT_TRUE(a.isEmpty());
-  EXPECT_TRUE(other.isEmpty());
-  EXPECT_TRUE(b.isEmpty());
+  for (const XMLNode* h : {&a, &other, &b}) EXPECT_TRUE(h->isEmpty());
   EXPECT_EQ(b.getText(), nullptr);
   EXPECT_TRUE(other.addChild("z").isEmpty());
   EXPECT_EQ(written(root, 0), "<r><c/></r>");
 
-  // The reply of a failed command: the document goes, a new one takes its place.
+  // A top node goes with its inner handles.
   XMLNode reply = XMLNode::createXMLTopNode("root");
-  reply.addChild("status").addText("0");
-  XMLNode status = reply.getChildNode("status");
+  XMLNode status = reply.addChild("status");
   reply.deleteNodeContent();
-  EXPECT_TRUE(reply.isEmpty());
   EXPECT_TRUE(status.isEmpty());
-  reply = XMLNode::createXMLTopNode("root");
-  reply.addChild("status").addText("-3");
-  EXPECT_EQ(written(reply, 0), "<root><status>-3</status></root>");
 }
 
 TEST(XmlTree, LookupsByNameIndexAndIterator) {
   XMLNode r = XMLNode::parseString("<r a='1' b='2' A='3'><i>1</i><x/><I>2</I><i>3</i></r>");
   EXPECT_EQ(r.nChildNode("i"), 3);
-  EXPECT_EQ(r.nChildNode(), 4);
   EXPECT_STREQ(r.getChildNode("i", 1).getText(), "2");
   EXPECT_STREQ(r.getChildNode("i", -1).getText(), "3");
   EXPECT_TRUE(r.getChildNode("i", 3).isEmpty());
   EXPECT_STREQ(r.getChildNode(1).getName(), "x");
   EXPECT_TRUE(r.getChildNode(4).isEmpty());
-  EXPECT_TRUE(r.getChildNode(-1).isEmpty());
 
   std::string seen;
   int it = 0;
   for (XMLNode n = r.getChildNode("i", &it); !n.isEmpty(); n = r.getChildNode("i", &it)) seen += n.getText();
   EXPECT_EQ(seen, "123");
-  EXPECT_EQ(it, 4);
-
   it = 0;
   EXPECT_STREQ(r.getAttribute("a", &it), "1");
   EXPECT_STREQ(r.getAttribute("a", &it), "3");
   EXPECT_EQ(r.getAttribute("a", &it), nullptr);
-  EXPECT_STREQ(r.getAttribute("a", 1), "3");
   EXPECT_STREQ(r.getAttribute("A", -1), "3");
-  EXPECT_EQ(r.getAttribute("c"), nullptr);
 
-  // Every read on the empty node gives an empty answer.
-  const XMLNode& empty = XMLNode::emptyXMLNode;
-  EXPECT_TRUE(empty.isEmpty());
-  EXPECT_EQ(empty.getName(), nullptr);
-  EXPECT_EQ(empty.getAttribute("a"), nullptr);
-  EXPECT_EQ(empty.nChildNode("i"), 0);
-  XMLNode none;
+  // Reads on the empty node give empty answers; changes do nothing.
+  XMLNode none = XMLNode::emptyXMLNode;
+  EXPECT_EQ(none.getAttribute("a"), nullptr);
   EXPECT_TRUE(none.addChild("x").isEmpty());
   EXPECT_EQ(none.addText("t"), nullptr);
-  EXPECT_EQ(none.addAttribute("a", "b"), nullptr);
+  EXPECT_EQ(none.nChildNode(), 0);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
-// Any bytes through the parser and the writer. The sanitizers catch memory
-// faults; beyond that, a document whose text the writer can express
-// unambiguously must come back unchanged from a second parse, in both forms.
+// Any bytes through the parser and the writer, under the sanitizers. A document that the writer
+// expresses unambiguously must come back unchanged from a second parse, in both forms.
 #include <strings.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -14,127 +12,79 @@
 
 namespace {
 
-std::string text_of(const XMLNode& node, int format) {
-  XMLString text(node.createXMLString(format));
-  return text.get();
-}
+std::string text_of(const XMLNode& node, int format) { return XMLString(node.createXMLString(format)).get(); }
 
-size_t char_size(unsigned char c) {
-  if (c < 0xC0) return 1;
-  if (c < 0xE0) return 2;
-  if (c < 0xF0) return 3;
-  if (c < 0xF8) return 4;
-  return 1;
-}
-
-std::string encoded(const char* s) {
-  std::string out;
-  for (; *s; ++s) {
-    switch (*s) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&apos;"; break;
-      default: out += *s;
-    }
+// The parser walks by UTF-8 character sizes: a value reads back as written
+// only when that walk over its encoded form ends exactly where it does.
+bool reads_back(const char* value) {
+  XMLNode holder = XMLNode::createXMLTopNode("x");
+  holder.addText(value);
+  const std::string s = text_of(holder, 0);  // "<x>", the encoded value, "</x>"; or "<x/>"
+  size_t i = 3;
+  for (unsigned char c; i + 4 < s.size(); i += c < 0xC0 || c >= 0xF8 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4) {
+    c = static_cast<unsigned char>(s[i]);
   }
-  return out;
+  return i + 4 == s.size() || !*value;
 }
-
-// The parser walks by UTF-8 character sizes: a value is read back as written
-// only when that walk ends exactly where the value does.
-bool whole_characters(const std::string& s) {
-  size_t i = 0;
-  while (i < s.size()) i += char_size(static_cast<unsigned char>(s[i]));
-  return i == s.size();
-}
-
-bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 // Names the writer cannot make ambiguous: no '/' before '>', no clear-tag
 // look-alikes ("<!--x", an element "PRE" that would read as "<PRE>").
-bool plain_name(const char* name) {
-  if (!name || !*name || strcmp(name, "PRE") == 0) return false;
-  for (const char* p = name; *p; ++p) {
-    char c = *p;
-    bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-              c == '-' || c == '.' || c == ':';
-    if (!ok) return false;
-  }
-  return true;
-}
-
-bool writable_text(const char* text) {
-  size_t n = strlen(text);
-  // The parser trims blanks around texts, and would drop an empty one.
-  if (n == 0 || is_blank(text[0]) || is_blank(text[n - 1])) return false;
-  return whole_characters(encoded(text));
+bool plain_name(const char* n) {
+  return n && *n && std::strcmp(n, "PRE") != 0 &&
+         std::strspn(n, "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.:") == std::strlen(n);
 }
 
 bool round_trips(const XMLNode& top) {
   std::vector<XMLNode> pending{top};
-  bool first = true;
-  while (!pending.empty()) {
+  for (bool first = true; !pending.empty(); first = false) {
     XMLNode node = pending.back();
     pending.pop_back();
-    if (!(first && !node.getName()) && !plain_name(node.getName())) return false;
-    first = false;
-    for (int i = 0; i < node.nAttribute(); ++i) {
-      if (!plain_name(node.getAttributeName(i))) return false;
+    bool ok = (first && !node.getName()) || plain_name(node.getName());
+    for (int i = 0; ok && i < node.nAttribute(); ++i) {
       const char* value = node.getAttributeValue(i);
-      if (value && !whole_characters(encoded(value))) return false;
+      ok = plain_name(node.getAttributeName(i)) && (!value || reads_back(value));
     }
-    for (int i = 0; i < node.nText(); ++i) {
-      if (!writable_text(node.getText(i))) return false;
+    for (int i = 0; ok && i < node.nText(); ++i) {
+      const char* t = node.getText(i);  // the parser trims blanks around texts and drops an empty one
+      ok = *t && !std::strchr(" \t\n\r", t[0]) && !std::strchr(" \t\n\r", t[std::strlen(t) - 1]) && reads_back(t);
     }
+    if (!ok) return false;
     for (int i = 0; i < node.nChildNode(); ++i) pending.push_back(node.getChildNode(i));
   }
   return true;
 }
 
 void check(const XMLNode& node) {
-  std::string compact = text_of(node, 0);
-  std::string indented = text_of(node, 1);
-
+  const std::string compact = text_of(node, 0), indented = text_of(node, 1);
   // Whatever was written parses again without harm.
-  XMLNode again = XMLNode::parseString(compact.c_str());
-  text_of(again, 1);
-  XMLNode againIndented = XMLNode::parseString(indented.c_str());
-
-  if (node.isEmpty() || !round_trips(node)) return;
-  // A text that ends the unnamed top (its tag was cut off) has no tag after
-  // it in the output, and a text is kept only when a tag follows.
-  if (!node.getName() && !compact.empty() && compact.back() != '>') return;
   XMLResults results{};
   XMLNode fromCompact = XMLNode::parseString(compact.c_str(), nullptr, &results);
-  if (results.error != eXMLErrorNone && results.error != eXMLErrorNoXMLTagFound) abort();
-  if (text_of(fromCompact, 0) != compact) abort();
-  if (text_of(fromCompact, 1) != indented) abort();
-  if (text_of(againIndented, 0) != compact) abort();
+  const std::string again = text_of(fromCompact, 1), againCompact = text_of(XMLNode::parseString(indented.c_str()), 0);
+  // Only what the writer expresses unambiguously must read back: not a text
+  // that ends an unnamed top, as a text is kept only when a tag follows.
+  if (node.isEmpty() || !round_trips(node) || (!node.getName() && !compact.empty() && compact.back() != '>')) return;
+  if ((results.error != eXMLErrorNone && results.error != eXMLErrorNoXMLTagFound) ||
+      text_of(fromCompact, 0) != compact || again != indented || againCompact != compact)
+    abort();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  std::string text(reinterpret_cast<const char*>(data), size);  // adds the NUL
+  const std::string text(reinterpret_cast<const char*>(data), size);  // adds the NUL
   XMLResults results{};
   XMLNode plain = XMLNode::parseString(text.c_str(), nullptr, &results);
   if (results.error >= eXMLErrorEmpty && !plain.isEmpty()) abort();
   check(plain);
-
   XMLNode rooted = XMLNode::parseString(text.c_str(), "root", &results);
   if (!rooted.isEmpty() && strcasecmp(rooted.getName(), "root") != 0) abort();
   check(rooted);
-
   // An inner handle outlives the document; removal leaves every handle empty.
-  if (plain.nChildNode() > 0) {
-    XMLNode inner = plain.getChildNode(plain.nChildNode() - 1);
-    XMLNode innerChild = inner.getChildNode(0);
-    plain = XMLNode();
-    text_of(inner, 1);
-    inner.deleteNodeContent();
-    if (!innerChild.isEmpty()) abort();
-  }
+  XMLNode inner = plain.getChildNode(plain.nChildNode() - 1);
+  XMLNode innerChild = inner.getChildNode(0);
+  plain = XMLNode();
+  text_of(inner, 1);
+  inner.deleteNodeContent();
+  if (!innerChild.isEmpty()) abort();
   return 0;
 }
