@@ -1,6 +1,8 @@
 #include "command/acceptLoop.h"
 
+#include <fcntl.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -25,6 +27,26 @@ void report_accept_failure() {
   } else {
     VLOG(LOG_COLOR_SOCKET, "%s..... %s\n", "ipc.Accept()", word);
   }
+}
+
+// One descriptor kept in reserve. When the process has no descriptor left,
+// the pending connection can be neither taken nor refused, and the next
+// accept would fail again at once: the loop would spin at full speed until
+// some descriptor is freed. Giving up the reserve lets the loop take that
+// connection and close it, so the client sees its connection close (as when
+// no memory is left for it) and the loop waits in accept again.
+int g_spareFd = -1;
+
+void shed_pending_connection(CUnixSocketIpc& ipc) {
+  if (g_spareFd < 0) return;
+  ::close(g_spareFd);
+  g_spareFd = -1;
+  const int fd = ipc.Accept();
+  if (fd >= 0) {
+    VLOG(LOG_COLOR_SOCKET, "ipc.Accept() ... no descriptor left, connection closed\n");
+    ipc.Close(fd);
+  }
+  accept_keep_spare();
 }
 
 // A detached thread with a small stack; false when it could not be made.
@@ -64,10 +86,17 @@ const char* accept_errno_word(int err) {
   }
 }
 
+void accept_keep_spare() {
+  if (g_spareFd < 0) g_spareFd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
 void accept_once(CUnixSocketIpc& ipc, CPlayerManager* manager) {
   const int fd = ipc.Accept();
   if (fd < 0) {
-    if (errno != EINTR) report_accept_failure();
+    const int err = errno;
+    if (err == EINTR) return;
+    report_accept_failure();
+    if (err == EMFILE || err == ENFILE) shed_pending_connection(ipc);
     return;
   }
   auto* args = static_cast<connectionArgs_s*>(std::malloc(sizeof(connectionArgs_s)));
@@ -88,5 +117,6 @@ void accept_once(CUnixSocketIpc& ipc, CPlayerManager* manager) {
 }
 
 void accept_loop(CUnixSocketIpc& ipc, CPlayerManager* manager) {
+  accept_keep_spare();
   for (;;) accept_once(ipc, manager);
 }

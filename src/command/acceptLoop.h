@@ -17,6 +17,11 @@ constexpr unsigned long kConnectionStack = 256UL * 1024UL;
 // The word for an errno that accept can report, or null for other numbers.
 const char* accept_errno_word(int err);
 
+// Opens the descriptor that the loop keeps in reserve for the moment when
+// the process has none left (a failed accept with EMFILE or ENFILE then
+// takes the waiting connection and closes it instead of spinning).
+void accept_keep_spare();
+
 // Accepts one connection (or reports why not) and starts its thread. The
 // main loop calls this for ever; it never fails.
 void accept_once(CUnixSocketIpc& ipc, CPlayerManager* manager);

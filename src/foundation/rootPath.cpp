@@ -1,8 +1,8 @@
 #include "foundation/rootPath.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
 namespace vessord {
 namespace {
