@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages the build and the tests need, when missing.
 set -eu
-pkgs="cmake ninja-build g++ clang libclang-rt-14-dev libsqlite3-dev libgtest-dev libgmock-dev
+pkgs="cmake ninja-build g++ clang clang-tidy libclang-rt-14-dev libsqlite3-dev libgtest-dev libgmock-dev
       libcurl4-openssl-dev procps"
 missing=""
 for p in $pkgs; do

@@ -222,7 +222,7 @@ class CPlayer {
 
   // Subtitles and play history.
   int findAutoPlugSubtitle(playlistElm_s& elm);
-  std::string convertFullSubtitle(std::string path);
+  std::string convertFullSubtitle(const std::string& path);
   std::string getUserId(std::string& name);
   int savePlayHistory();
 

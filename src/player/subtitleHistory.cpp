@@ -100,7 +100,7 @@ int CPlayer::findAutoPlugSubtitle(playlistElm_s& elm) {
   return static_cast<int>(reply.size());
 }
 
-std::string CPlayer::convertFullSubtitle(std::string path) {
+std::string CPlayer::convertFullSubtitle(const std::string& path) {
   ShellChild child;
   if (!child.start(ShellLine("/sbin/narvuser -sv -a admin", {}))) return "";
   // Fields 1 and 3 of the last line that had them.
