@@ -6,12 +6,15 @@ set -eu
 root=$1
 bindir=$2
 here=$(cd "$(dirname "$0")" && pwd)
-mkdir -p "$root/sim" "$root/tmp" "$root/share/Public" "$root/etc/config"
+mkdir -p "$root/sim" "$root/tmp" "$root/share/CACHEDEV1_DATA/Public" "$root/etc/config"
 : >>"$root/sim/calls.log"
 # configuration and media samples
 if [ -d "$here/files" ]; then
   cp -R "$here/files/." "$root/"
 fi
+# As on the appliance, the public share is a link into the data volume, so
+# the daemon's log and database land beside it on that volume.
+[ -e "$root/share/Public" ] || ln -s CACHEDEV1_DATA/Public "$root/share/Public"
 while read -r bin dest; do
   case "$bin" in ''|'#'*) continue ;; esac
   mkdir -p "$root$(dirname "$dest")"

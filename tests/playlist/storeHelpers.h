@@ -17,7 +17,8 @@ namespace storetest {
 
 using S = std::vector<std::string>;
 using I = std::vector<int>;
-const char* const kDbFile = "/share/.tarpo/.@vessorhome/playlist.db";
+// The public share links into the data volume, and the store lies beside it.
+const char* const kDbFile = "/share/CACHEDEV1_DATA/.tarpo/.@vessorhome/playlist.db";
 
 // Every row of `sql` on the file as "a|b|c"; a failure gives {"ERROR <code>"}.
 inline S query(const std::string& path, const std::string& sql) {

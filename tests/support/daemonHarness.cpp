@@ -109,7 +109,7 @@ bool DaemonProcess::waitForLog(const std::string& text) const {
   return poll_until(5000, [&] { return log().find(text) != std::string::npos; });
 }
 
-std::string DaemonProcess::dump() const { return slurp(m_root + "/share/.log/vessord.dump"); }
+std::string DaemonProcess::dump() const { return slurp(m_root + "/share/CACHEDEV1_DATA/.log/vessord.dump"); }
 
 std::string DaemonProcess::request(const std::string& packet) {
   std::string reply, error;
