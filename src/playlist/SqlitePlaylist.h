@@ -89,6 +89,9 @@ class CSqlitePlaylist : public ISqlPlaylist {
   int openStore_();
   // The id of title and appType into `id` (0 when none); SQLite's code.
   int resolvePlaylistID_(const char* title, const char* appType, int& id);
+  // The same for an operation that needs the playlist: 0 with its id, or
+  // -1 when the lookup failed or no such playlist exists (logged).
+  int existingPlaylistID_(const char* title, const char* appType, int& id);
   // sqlite3_exec with the failure logged; SQLITE_TOOBIG for a statement
   // that did not fit its buffer, SQLITE_CANTOPEN without a connection.
   int exec_(const vessord::playlist::CStatement& sql, int (*cb)(void*, int, char**, char**), void* arg);

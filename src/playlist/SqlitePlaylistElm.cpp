@@ -7,20 +7,13 @@
 #include "playlist/SqlitePlaylist.h"
 #include "playlist/sqlStatement.h"
 
-using vessord::playlist::can_stand_in_sql_quotes;
+using vessord::playlist::texts_can_stand;
 using vessord::playlist::CStatement;
 using vessord::playlist::CWriteUnit;
 
 namespace {
 
 const char* const kInsertElm = "INSERT INTO Playlist_TBL VALUES(NULL, %d, %d, %d, %d, '%q', '%q');";
-
-bool names_can_stand(const char* title, const char* appType) {
-  if (can_stand_in_sql_quotes(title) && can_stand_in_sql_quotes(appType)) return true;
-  VLOG(LOG_COLOR_FAIL, "refused playlist text \"%s\" / \"%s\"\n", title ? title : "(null)",
-       appType ? appType : "(null)");
-  return false;
-}
 
 }  // namespace
 
@@ -48,14 +41,10 @@ int CSqlitePlaylist::getSizeOfPlaylist(int playlistID) {
 int CSqlitePlaylist::addElmInPlaylist(const char* title, mediaType_e mediaType, contentType_e contentType,
                                       const char* appType, const char* content, int position) {
   ThreadSingleLock lock(m_dbMutex);
-  if (!names_can_stand(title, appType) || !content) return -12;
+  if (!texts_can_stand({title, appType}) || !content) return -12;
   if (!ensureOpen_()) return -12;
   int id = 0;
-  if (resolvePlaylistID_(title, appType, id) != SQLITE_OK) return -12;
-  if (id == 0) {
-    VLOG(LOG_COLOR_NOTFOUND, "%s not found\n", title);
-    return -12;
-  }
+  if (existingPlaylistID_(title, appType, id) != 0) return -12;
   char objID[256] = {0};
 
   CWriteUnit unit(db_());
@@ -106,14 +95,10 @@ int CSqlitePlaylist::adjustPlayOrder(int playlistID, int start, int delta) {
 
 int CSqlitePlaylist::delElmInPlaylist(const char* title, const char* appType, uint64_t uuid) {
   ThreadSingleLock lock(m_dbMutex);
-  if (!names_can_stand(title, appType)) return -12;
+  if (!texts_can_stand({title, appType})) return -12;
   if (!ensureOpen_()) return -12;
   int id = 0;
-  if (resolvePlaylistID_(title, appType, id) != SQLITE_OK) return -12;
-  if (id == 0) {
-    VLOG(LOG_COLOR_NOTFOUND, "%s not found\n", title);
-    return -12;
-  }
+  if (existingPlaylistID_(title, appType, id) != 0) return -12;
 
   CWriteUnit unit(db_());
   if (!unit.ok()) return -12;
@@ -146,7 +131,7 @@ int CSqlitePlaylist::delAllElmInPlaylist_(const std::string& title, const std::s
 
 int CSqlitePlaylist::delAllElmInPlaylist(const char* title, const char* appType) {
   ThreadSingleLock lock(m_dbMutex);
-  if (!names_can_stand(title, appType)) return -12;
+  if (!texts_can_stand({title, appType})) return -12;
   if (!ensureOpen_()) return -12;
   return delAllElmInPlaylist_(title, appType);
 }

@@ -9,21 +9,9 @@
 using vessord::playlist::can_stand_in_sql_quotes;
 using vessord::playlist::CStatement;
 using vessord::playlist::CWriteUnit;
+using vessord::playlist::texts_can_stand;
 
 namespace {
-
-// Titles, application types, owners and tags stand in their statements
-// between quotes without escaping, so one holding a quote is refused before
-// any statement runs.
-bool texts_can_stand(std::initializer_list<const char*> texts) {
-  for (const char* t : texts) {
-    if (!can_stand_in_sql_quotes(t)) {
-      VLOG(LOG_COLOR_FAIL, "refused playlist text \"%s\"\n", t ? t : "(null)");
-      return false;
-    }
-  }
-  return true;
-}
 
 bool is_all(const char* appType) { return appType && std::strcmp(appType, "ALL") == 0; }
 
@@ -35,6 +23,13 @@ int CSqlitePlaylist::resolvePlaylistID_(const char* title, const char* appType, 
   CStatement q = CStatement::format(
       "SELECT PlaylistID from PlaylistLib_TBL WHERE PlaylistTitle='%s' AND AppType='%s';", title, appType);
   return exec_(q, getPlaylistID_CB, &id);
+}
+
+int CSqlitePlaylist::existingPlaylistID_(const char* title, const char* appType, int& id) {
+  if (resolvePlaylistID_(title, appType, id) != SQLITE_OK) return -1;
+  if (id != 0) return 0;
+  VLOG(LOG_COLOR_NOTFOUND, "%s not found\n", title);
+  return -1;
 }
 
 int CSqlitePlaylist::addPlaylist(const char* title, mediaType_e type, const char* appType, const char* owner,

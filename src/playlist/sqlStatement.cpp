@@ -31,6 +31,16 @@ CStatement CStatement::formatQ(const char* fmt, ...) {
 
 bool can_stand_in_sql_quotes(const char* text) { return text && std::strchr(text, '\'') == nullptr; }
 
+bool texts_can_stand(std::initializer_list<const char*> texts) {
+  for (const char* t : texts) {
+    if (!can_stand_in_sql_quotes(t)) {
+      VLOG(LOG_COLOR_FAIL, "refused playlist text \"%s\"\n", t ? t : "(null)");
+      return false;
+    }
+  }
+  return true;
+}
+
 CWriteUnit::CWriteUnit(sqlite3* db) : m_db(db) {
   if (!m_db) return;
   if (!sqlite3_get_autocommit(m_db)) {

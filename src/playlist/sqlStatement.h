@@ -3,6 +3,8 @@
 // goes into a statement unescaped, and a unit of several writes.
 #pragma once
 
+#include <initializer_list>
+
 #include <sqlite3.h>
 
 #include <cstdarg>
@@ -38,6 +40,9 @@ class CStatement {
 // escaping may hold no single quote: one would end the literal. NULL is
 // refused as well.
 bool can_stand_in_sql_quotes(const char* text);
+
+// The same for every text of one operation; a refused text is logged.
+bool texts_can_stand(std::initializer_list<const char*> texts);
 
 // Several writes as one: begins a transaction unless one is open already,
 // commits on commit(), rolls back otherwise. Keeps a failure between a
