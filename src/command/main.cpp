@@ -13,6 +13,7 @@
 #include "foundation/realPath.h"
 #include "foundation/rootPath.h"
 #include "foundation/shellRunner.h"
+#include "manager/playerManager.h"
 
 int main() {
   // A root that a shell would not read as plain text cannot be spliced
@@ -36,13 +37,16 @@ int main() {
 
   try {
     CUnixSocketIpc ipc(vessord::root_path("/tmp/.@vessord.xxx").c_str(), true);
+    CPlayerManager manager;
     install_signals();
+    // A thread that cannot be made leaves the players unscanned, no more.
+    manager.start();
     if (ipc.Listen(1) < 0) {
       VLOG(LOG_COLOR_SOCKET, "ipc.Listen() ... fial\n");
       debug_write_log(g_cmdLogPath.c_str(), "Listen() [fail]");
       throw "ipc.Listen";
     }
-    accept_loop(ipc, nullptr);
+    accept_loop(ipc, &manager);
   } catch (const char* what) {
     VLOG(LOG_COLOR_FAIL, "exception: %s\n", what);
   }

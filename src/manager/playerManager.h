@@ -10,11 +10,13 @@
 
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "foundation/thread.h"
+#include "manager/playerClasses.h"
 #include "player/player.h"
 
 class XMLNode;
@@ -35,11 +37,20 @@ typedef renderCacheInfo_s renderCacheInfo_t;
 
 class CPlayerManager : public CThread {
  public:
+  // With the daemon's player classes; a new player is given three seconds
+  // to start its thread before setPlaylist answers.
   CPlayerManager();
+  // With other classes and another settling time (tests).
+  CPlayerManager(std::vector<playerClass_s> classes, unsigned settleSeconds);
+  // Ends the scan thread (if started), then deletes every player, live and
+  // parked, each after any command on it is over.
   ~CPlayerManager() override;
 
-  // The scan: every ten seconds, park the players whose device has gone.
+  // The scan thread: every ten seconds, park the players whose device has
+  // gone. Started by main with start().
   void process() override;
+  // One scan (takes m_rwLock for writing).
+  void scanPlayers();
 
   // Registry.
   CPlayer* findCreatedPlayer_(const std::string& renderID);
@@ -100,7 +111,19 @@ class CPlayerManager : public CThread {
   // Fatal signals (and SIGCHLD once the music daemon's helper installs it).
   static void sigactionHandler(int sig, siginfo_t* info, void* context);
 
+ protected:
+  void onExit() override;
+
  private:
+  // The frame of every forwarded command: the read lock, the player by id
+  // (-4 when none), its m_lock by try (-19 when busy), then `call`.
+  int forward(const char* dev, const std::function<int(CPlayer*)>& call);
+  // Moves a live player to the reclaim vector (write lock held).
+  void park_(size_t index, bool quietMonitor);
+  // The render cache's copy of one device's record, under the read lock; -1
+  // when unknown.
+  int searchRenderInCache(const std::string& renderID, renderCacheInfo_s& out);
+
   std::vector<CPlayer*> m_playerVec;
   std::vector<CPlayer*> m_playerReclaimCacheVec;
   std::map<std::string, renderCacheInfo_s> m_renderCache;
@@ -109,4 +132,12 @@ class CPlayerManager : public CThread {
   bool m_bDeleting = false;
   std::string m_deletingTitle;
   std::string m_deletingAppType;
+
+  std::vector<playerClass_s> m_classes;
+  unsigned m_settleSeconds;
+  // The scan thread's sleep and its end.
+  pthread_mutex_t m_scanMutex;
+  pthread_cond_t m_scanCond;
+  bool m_bExit = false;
+  bool m_bScanDone = false;
 };
