@@ -542,7 +542,7 @@ void CDlnaPlayer::monitor(bool on) {
 
 void CDlnaPlayer::callback() {
   // One last state for every DLNA player of the process.
-  static std::atomic<int> s_lastState{3};
+  static std::atomic<int> s_lastState{STATE_PLAY_E};
   if (m_bDying) return;
   int state = getRenderState_();
   if (s_lastState.load() == STATE_PAUSE_E && state == STATE_PLAY_E) {
