@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "command/renderListing.h"
 #include "command/unixSocketIpc.h"
 #include "command/version.h"
 #include "devices/paramXmlWrap.h"
@@ -49,9 +50,19 @@ int create_player(XMLNode& reply) {
 }
 
 // The full command set grows here as the handlers come; every name that is
-// not listed answers -7. ListRender and ListUnknowRender, when added, must
-// stand first and give 0 whatever their handler returns.
+// not listed answers -7. The two listings stand first and give 0 whatever
+// their handler returns.
 const commandEntry_s g_commandTable[] = {
+    {"ListRender",
+     [](CPlayerManager* manager, XMLNode& root, XMLNode& reply) {
+       list_render(manager, root, reply);
+       return 0;
+     }},
+    {"ListUnknowRender",
+     [](CPlayerManager*, XMLNode&, XMLNode& reply) {
+       list_unknow_render(reply);
+       return 0;
+     }},
     {"CreatePlayer", [](CPlayerManager*, XMLNode&, XMLNode& reply) { return create_player(reply); }},
     {"echo", [](CPlayerManager*, XMLNode&, XMLNode& reply) { return echo(reply); }},
 };
