@@ -4,8 +4,14 @@
 //
 // The library is ROOT/sim/media.tsv, one item a line, tab-separated:
 //   objectID  dbID  mediaType  filePath  duration  [subtitles]  [startTime]
+//   [audioTracks]  [subtitleTracks]
 // mediaType is 0 audio, 1 photo, 2 video; duration is hh:mm:ss; subtitles are
-// paths separated by '|'; '#' starts a comment line.
+// paths separated by '|'; tracks are id:language pairs separated by '|'
+// ("1:eng|2:fre"); '#' starts a comment line.
+//
+// DLNA renderers (transport, position, volume, the XBMC test) are simulated
+// per renderer id in common/renderer.cpp; `-c list` prints the devices laid in
+// ROOT/sim/dlna-devices.xml.
 //
 // A test can put a reply of its own in ROOT/sim/brelctl/<command>.reply: it
 // is printed as it stands instead of the computed one (for replies that are
@@ -23,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "common/renderer.h"
 #include "common/standin.h"
 
 namespace {
@@ -35,6 +42,8 @@ struct MediaItem {
   std::string duration;
   std::vector<std::string> subtitles;
   std::string startTime;
+  std::vector<std::string> audioTracks;
+  std::vector<std::string> subtitleTracks;
 };
 
 struct Call {
@@ -80,6 +89,8 @@ std::vector<MediaItem> load_library(const std::string& root) {
     m.duration = f[4];
     if (f.size() > 5 && !f[5].empty()) m.subtitles = split(f[5], '|');
     if (f.size() > 6) m.startTime = f[6];
+    if (f.size() > 7 && !f[7].empty()) m.audioTracks = split(f[7], '|');
+    if (f.size() > 8 && !f[8].empty()) m.subtitleTracks = split(f[8], '|');
     items.push_back(m);
   }
   return items;
@@ -244,6 +255,58 @@ int cmd_get_external_subtitle(const Call& c, const std::vector<MediaItem>& lib) 
   return m ? 0 : 1;
 }
 
+// The URL a renderer gets for an item: through the transcoder when the
+// renderer is set to need it.
+int cmd_get_content_url_by_mac(const Call& c, const std::vector<MediaItem>& lib) {
+  const MediaItem* m = named_item(c, lib);
+  if (!m) {
+    std::cout << failed();
+    return 1;
+  }
+  std::string url = content_url(*m, c);
+  if (sim::renderer_transcodes(c.root, c.get("--uuid")))
+    url = "http://127.0.0.1:8200/Transcode/" + m->dbID + extension(m->filePath);
+  std::cout << "<root>" << elem("status", "success") << elem("url", url) << "</root>\n";
+  return 0;
+}
+
+// Audio or subtitle tracks of a video, in the response shape of `response`.
+int print_tracks(const Call& c, const std::vector<MediaItem>& lib, const char* response, const char* node,
+                 std::vector<std::string> MediaItem::*tracks) {
+  const MediaItem* m = by_object(lib, c.get("--objectID"));
+  std::cout << "<root><" << response << "><Result><DIDL-Lite>";
+  if (m) {
+    for (const std::string& t : (*m).*tracks) {
+      size_t colon = t.find(':');
+      std::cout << "<" << node << ">" << elem("TrackId", t.substr(0, colon))
+                << elem("TrackLang", colon == std::string::npos ? "" : t.substr(colon + 1)) << "</" << node << ">";
+    }
+  }
+  std::cout << "</DIDL-Lite></Result></" << response << "></root>\n";
+  return m ? 0 : 1;
+}
+
+int cmd_get_audio_track(const Call& c, const std::vector<MediaItem>& lib) {
+  return print_tracks(c, lib, "u:GetAudioTrackResponse", "AudioTrack", &MediaItem::audioTracks);
+}
+
+int cmd_get_subtitle(const Call& c, const std::vector<MediaItem>& lib) {
+  return print_tracks(c, lib, "u:GetSubtitleTrackResponse", "SubtitleTrack", &MediaItem::subtitleTracks);
+}
+
+// The renderers on the network, as laid in the root; a media server that is
+// down is a file saying so.
+int cmd_list(const Call& c, const std::vector<MediaItem>&) {
+  struct stat st;
+  const std::string file = c.root + "/sim/dlna-devices.xml";
+  if (::stat(file.c_str(), &st) != 0) {
+    std::cout << "<root><status>success</status></root>\n";
+    return 0;
+  }
+  std::cout << sim::read_file(file);
+  return 0;
+}
+
 using Handler = std::function<int(const Call&, const std::vector<MediaItem>&)>;
 
 const std::map<std::string, Handler>& command_table() {
@@ -253,6 +316,10 @@ const std::map<std::string, Handler>& command_table() {
       {"getContentUrl", cmd_get_content_url},
       {"browse", cmd_browse},
       {"getExternalSubtitle", cmd_get_external_subtitle},
+      {"getContentUrlByMAC", cmd_get_content_url_by_mac},
+      {"getAudioTrack", cmd_get_audio_track},
+      {"getSubtitle", cmd_get_subtitle},
+      {"list", cmd_list},
   };
   return table;
 }
@@ -262,6 +329,8 @@ const std::map<std::string, Handler>& command_table() {
 int main(int argc, char** argv) {
   Call c;
   c.root = sim::root(argv[0], "/usr/bin/brelctl");
+  // Test controls of the simulated renderers are not calls of the daemon.
+  if (argc > 1 && std::strcmp(argv[1], "--sim") == 0) return sim::renderer_sim(c.root, argc - 2, argv + 2);
   sim::log_call(c.root, argc, argv);
 
   for (int i = 1; i < argc; ++i) {
@@ -281,6 +350,14 @@ int main(int argc, char** argv) {
     std::cout << sim::read_file(canned);
     return 0;
   }
+
+  sim::RendererCall rc{c.root, c.command, c.opts, -1};
+  if (c.command == "setAvTransportUrl") {
+    const MediaItem* m = named_item(c, load_library(c.root));
+    if (m) rc.duration = hhmmss_seconds(m->duration);
+  }
+  int status = 0;
+  if (sim::renderer_command(rc, status)) return status;
 
   auto it = command_table().find(c.command);
   if (it == command_table().end()) {

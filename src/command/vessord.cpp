@@ -5,7 +5,9 @@
 #include <cstring>
 #include <memory>
 
+#include "command/playbackHandlers.h"
 #include "command/renderListing.h"
+#include "command/statusReport.h"
 #include "command/unixSocketIpc.h"
 #include "command/version.h"
 #include "devices/paramXmlWrap.h"
@@ -49,9 +51,12 @@ int create_player(XMLNode& reply) {
   return 0;
 }
 
-// The full command set grows here as the handlers come; every name that is
-// not listed answers -7. The two listings stand first and give 0 whatever
-// their handler returns.
+// The handlers of the table take the manager by reference.
+#define VESSORD_HANDLER(fn) [](CPlayerManager* m, XMLNode& root, XMLNode& reply) { return fn(*m, root, reply); }
+
+// Tested in this order; a name that is not listed answers -7. ListRender
+// and ListUnknowRender stand first and give 0 whatever their handler
+// returns. The playlist commands stand between them and ListPlayer.
 const commandEntry_s g_commandTable[] = {
     {"ListRender",
      [](CPlayerManager* manager, XMLNode& root, XMLNode& reply) {
@@ -63,9 +68,30 @@ const commandEntry_s g_commandTable[] = {
        list_unknow_render(reply);
        return 0;
      }},
+    {"ListPlayer", VESSORD_HANDLER(list_player)},
+    {"Play", VESSORD_HANDLER(play)},
+    {"Pause", VESSORD_HANDLER(pause)},
+    {"Stop", VESSORD_HANDLER(stop)},
+    {"Seek", VESSORD_HANDLER(seek)},
+    {"Next", VESSORD_HANDLER(next)},
+    {"Previous", VESSORD_HANDLER(previous)},
+    {"SetTrack", VESSORD_HANDLER(set_track)},
+    {"SetTrackByContent", VESSORD_HANDLER(set_track_by_content)},
+    {"GetPlayerStatus", VESSORD_HANDLER(get_player_status)},
+    {"SetSlideShowDelay", VESSORD_HANDLER(set_slide_show_delay)},
+    {"GetVolume", VESSORD_HANDLER(get_volume)},
+    {"SetVolume", VESSORD_HANDLER(set_volume)},
+    {"GetMute", VESSORD_HANDLER(get_mute)},
+    {"SetMute", VESSORD_HANDLER(set_mute)},
     {"CreatePlayer", [](CPlayerManager*, XMLNode&, XMLNode& reply) { return create_player(reply); }},
+    {"SetPlaylist", VESSORD_HANDLER(set_playlist)},
+    {"SetPlayMode", VESSORD_HANDLER(set_play_mode)},
+    {"SetAudioAndSubtitle", VESSORD_HANDLER(setAudioSubtitleTrack)},
+    {"SetAttributes", VESSORD_HANDLER(set_player_attrs)},
+    {"debugDump", VESSORD_HANDLER(debug_dump)},
     {"echo", [](CPlayerManager*, XMLNode&, XMLNode& reply) { return echo(reply); }},
 };
+#undef VESSORD_HANDLER
 const size_t g_commandTableSize = sizeof g_commandTable / sizeof g_commandTable[0];
 
 const commandEntry_s* find_command(const commandEntry_s* table, size_t count, const char* name) {

@@ -1,12 +1,33 @@
 #include "manager/playerClasses.h"
 
+#include "backends/dlnaPlayer.h"
+#include "foundation/log.h"
+#include "foundation/shellRunner.h"
 #include "manager/playerManager.h"
+
+namespace {
+
+// A renderer id stands in single quotes on every agent line: an id that
+// would leave them gets no player, so nothing it holds reaches a shell.
+CPlayer* make_dlna(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                   const std::string& appType, int&) {
+  if (!vessord::can_stand_in_single_quotes(renderID)) {
+    VLOG(LOG_COLOR_FAIL, "refused render id %s\n", renderID.c_str());
+    return nullptr;
+  }
+  return new CDlnaPlayer(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
+                         appType.empty() ? nullptr : appType.c_str());
+}
+
+}  // namespace
 
 // One row per back-end, first match wins, in this order: DLNA, AirPlay,
 // RAOP, Chromecast, ALSA. A device whose bits match no row gets no player
 // ("Unkonw Type"). Rows come with their back-ends.
 const std::vector<playerClass_s>& default_player_classes() {
-  static const std::vector<playerClass_s> rows = {};
+  static const std::vector<playerClass_s> rows = {
+      {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
+  };
   return rows;
 }
 

@@ -187,7 +187,7 @@ int CPlayer::getRealFilePath(const std::string& path, std::string& real) {
 }
 
 void CPlayer::setTotalTime(const playlistElm_s& elm) {
-  m_totalTime.clear();
+  std::string total;
   std::string path;
   if (elm.contentType == CONTENT_FILE) {
     path = shell_quoted_path(elm.content, kDurationPathLimit);
@@ -209,8 +209,8 @@ void CPlayer::setTotalTime(const playlistElm_s& elm) {
     if (cmd.fits(kAgentBuf) && agent_read(cmd.line(), answer, 1024)) {
       answer.resize(std::char_traits<char>::length(answer.c_str()));
       if (!answer.empty() && answer.back() == '\n') answer.pop_back();
-      m_totalTime = answer;
+      total = answer;
     }
   }
-  if (m_totalTime.empty()) m_totalTime = "00:00:00";
+  setTotalTime(total.empty() ? std::string("00:00:00") : total);
 }

@@ -128,8 +128,8 @@ bool CPlayer::changeToNextTrack() {
   const size_t size = m_playQueue.size();
   if (size == 0) return false;
   ++m_currTrack;
-  m_currTime = "00:00:00";
-  m_totalTime = "00:00:00";
+  setCurrTime("00:00:00");
+  setTotalTime("00:00:00");
   m_audioTrack = 0;
   m_subtitleTrack = -1;
   m_externalSubtitle.clear();

@@ -139,11 +139,15 @@ void CPlayer::secondToHHMMSS(int seconds, std::string& out) {
 }
 
 int CPlayer::getCurrTimeSecond() {
+  std::lock_guard<std::mutex> lk(m_timeLock);
   return static_cast<int>(static_cast<unsigned>(hhmmssToSecond(m_currTime.c_str())) +
                           static_cast<unsigned>(hhmmssToSecond(m_seekTime.c_str())));
 }
 
-int CPlayer::getCurrTimeSecondWithOutSeek() { return hhmmssToSecond(m_currTime.c_str()); }
+int CPlayer::getCurrTimeSecondWithOutSeek() {
+  std::lock_guard<std::mutex> lk(m_timeLock);
+  return hhmmssToSecond(m_currTime.c_str());
+}
 
 std::string CPlayer::getCurrTime() {
   std::string text;
@@ -151,9 +155,16 @@ std::string CPlayer::getCurrTime() {
   return text;
 }
 
-int CPlayer::getTotalTimeSecond() { return hhmmssToSecond(m_totalTime.c_str()); }
+int CPlayer::getTotalTimeSecond() {
+  std::lock_guard<std::mutex> lk(m_timeLock);
+  return hhmmssToSecond(m_totalTime.c_str());
+}
 
-void CPlayer::setCurrTime(int seconds) { secondToHHMMSS(seconds, m_currTime); }
+void CPlayer::setCurrTime(int seconds) {
+  std::string text;
+  secondToHHMMSS(seconds, text);
+  setCurrTime(text);
+}
 
 unsigned CPlayer::get_random() {
   // Each draw is seeded from the clock: the three nearly always agree.

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -130,7 +131,7 @@ class CPlayer {
   // Null when no playlist is set.
   const char* getPlaylistTitle() { return m_playlistTitle.empty() ? nullptr : m_playlistTitle.c_str(); }
   unsigned getPlayerType() { return m_playerType; }
-  playerState_e getPlayerState() { return m_playerState; }
+  playerState_e getPlayerState() { return m_playerState.load(); }
   playMode_e getPlayMode() { return m_playMode; }
   int getPlaylistID() { return static_cast<int>(m_playlistID); }
   size_t getPlaylistSize() { return m_playQueue.size(); }
@@ -163,11 +164,26 @@ class CPlayer {
   int getCurrTimeSecondWithOutSeek();
   // getCurrTimeSecond() as hh:mm:ss, the text the status report shows.
   std::string getCurrTime();
-  const std::string& getTotalTime() const { return m_totalTime; }
+  // The time texts are written by a player's own thread and read by the
+  // command threads: each access goes through m_timeLock.
+  std::string getTotalTime() const {
+    std::lock_guard<std::mutex> lk(m_timeLock);
+    return m_totalTime;
+  }
   int getTotalTimeSecond();
-  void setCurrTime(const std::string& time) { m_currTime = time; }
+  void setCurrTime(const std::string& time) {
+    std::lock_guard<std::mutex> lk(m_timeLock);
+    m_currTime = time;
+  }
   void setCurrTime(int seconds);
-  void setTotalTime(const std::string& time) { m_totalTime = time; }
+  void setTotalTime(const std::string& time) {
+    std::lock_guard<std::mutex> lk(m_timeLock);
+    m_totalTime = time;
+  }
+  void setSeekTime(const std::string& time) {
+    std::lock_guard<std::mutex> lk(m_timeLock);
+    m_seekTime = time;
+  }
   // Asks the media library for the element's duration; blocks while it runs.
   void setTotalTime(const playlistElm_s& elm);
 
@@ -238,12 +254,14 @@ class CPlayer {
   long m_playlistID;
   uint32_t m_playerType;
   playMode_e m_playMode;
-  playerState_e m_playerState;
+  // Set by a player's thread, read by the command threads.
+  std::atomic<playerState_e> m_playerState;
   int m_slideShowDelay;
   std::string m_appType;
   std::string m_renderID;
   std::string m_deviceName;
   std::string m_playlistTitle;
+  mutable std::mutex m_timeLock;  // guards the three time texts
   std::string m_currTime;
   std::string m_totalTime;
   std::string m_owner;
