@@ -237,7 +237,7 @@ TEST(MediaDash, OnlyAsManyRowsAsListedDevicesCount) {
              "<device id=\"a\"><allow_apps>late</allow_apps></device>"
              "</mediaDash>");
   XMLNode doc = status_doc();
-  for (const char* id : {"b", "c", nullptr}) {
+  for (const char* id : std::vector<const char*>{"b", "c", nullptr}) {
     XMLNode d = ParamXmlWrapper::add_child_node(doc, "device", nullptr);
     if (id) ParamXmlWrapper::add_child_node(d, "deviceId", id);
   }
@@ -250,7 +250,10 @@ TEST(MediaDash, OnlyAsManyRowsAsListedDevicesCount) {
       std::string(XMLString(doc.createXMLString(0, nullptr)).get()));
 
   XMLNode two = status_doc();
-  for (const char* id : {"c", "a"}) ParamXmlWrapper::add_child_node(ParamXmlWrapper::add_child_node(two, "device", nullptr), "deviceId", id);
+  for (const char* id : {"c", "a"}) {
+    XMLNode d = ParamXmlWrapper::add_child_node(two, "device", nullptr);
+    ParamXmlWrapper::add_child_node(d, "deviceId", id);
+  }
   ParamXmlWrapper::add_media_dash_attr(two);
   EXPECT_TRUE(two.getChildNode("device", 0).getChildNode("allow_apps").isEmpty());  // row 3 unread
   EXPECT_STREQ("A1", two.getChildNode("device", 1).getChildNode("allow_apps").getText());
