@@ -207,4 +207,37 @@ TEST_F(Road, ACommandOnAPlayerInsideAnotherIsAnsweredBusy) {
   EXPECT_EQ("0", status("GetPlayerStatus", {{"dev", kDev}}));
 }
 
+// Slow by nature: about a minute of ten-second scans and listing caches.
+TEST_F(Road, SlowARendererGoneFromTheListingsIsParkedAndTakenBack) {
+  const std::string title = playlist({{"p1.mp3", "00:05:00"}});
+  listAndSet(title);
+  const auto listed = std::chrono::steady_clock::now();
+  ASSERT_EQ("0", status("Play", {{"dev", kDev}}));
+  until(is("playerState", "PLAY"));
+
+  // A listing without the renderer, once the listing's own cache is stale.
+  root().write("/sim/dlna-devices.xml", "<root><status>success</status></root>");
+  std::this_thread::sleep_until(listed + std::chrono::seconds(11));
+  EXPECT_EQ("0", status("ListRender"));
+  const auto gone = [this](int seconds) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (std::chrono::steady_clock::now() < end) {
+      if (node(daemon.command("ListPlayer"), "player/renderID") == "<none>") return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    }
+    return false;
+  };
+  ASSERT_TRUE(gone(70)) << "parked at the fourth scan";
+  EXPECT_TRUE(daemon.waitForLog("Cache hit fail, and it faile 4 times."));
+  EXPECT_EQ("-4", status("Play", {{"dev", kDev}}));
+  EXPECT_EQ("-4", status("GetPlayerStatus", {{"dev", kDev}}));
+
+  // Asked for again, the same player comes back with its playlist.
+  ASSERT_EQ("0", status("SetPlaylist", {{"dev", kDev}, {"playlist", title}, {"appType", "music"}}));
+  EXPECT_TRUE(daemon.waitForLog(">>>> get player(uuid:road-1) from m_playerReclaimCacheVec"));
+  const std::string reply = poll();
+  EXPECT_EQ(title, node(reply, "playlistTitle"));
+  EXPECT_EQ("STOP", node(reply, "playerState"));
+}
+
 }  // namespace
