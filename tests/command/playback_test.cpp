@@ -156,8 +156,6 @@ TEST_F(Playback, ParametersAreCheckedAndEachCommandReachesItsPlayer) {
   EXPECT_EQ("0", node(reply, "status"));
   EXPECT_EQ("0", node(reply, "volume"));
   EXPECT_EQ("on", node(run("GetMute", {{"dev", "dev-1"}}), "mute"));
-  p->m_volume = 35;
-  EXPECT_EQ("off", node(run("GetMute", {{"dev", "dev-1"}}), "mute"));
   reply = run("GetVolume", {{"dev", "nobody"}});
   EXPECT_EQ("-4", node(reply, "status"));
   EXPECT_EQ("<none>", node(reply, "volume")) << "the reply built first is dropped";
@@ -170,13 +168,13 @@ TEST_F(Playback, ParametersAreCheckedAndEachCommandReachesItsPlayer) {
 }
 
 TEST_F(Playback, ListPlayerAndDebugDumpShowTheLivePlayers) {
-  EXPECT_EQ("<root>\n\t<status>0</status>\n</root>\n", run("ListPlayer"));
   player("dev-1", playertest::numbered(1));
   CFakePlayer* gone = player("dev-2", playertest::numbered(1));
-  const std::string reply = run("ListPlayer");
-  EXPECT_EQ("dev-1", node(reply, "player/renderID"));
-  EXPECT_EQ("Kitchen", node(reply, "player/deviceName"));
-  EXPECT_NE(std::string::npos, reply.find("<renderID>dev-2</renderID>"));
+  EXPECT_EQ(
+      "<root>\n\t<status>0</status>\n\t<player>\n\t\t<renderID>dev-1</renderID>\n\t\t<deviceName>Kitchen</deviceName>\n"
+      "\t</player>\n\t<player>\n\t\t<renderID>dev-2</renderID>\n\t\t<deviceName>Kitchen</deviceName>\n\t</player>\n"
+      "</root>\n",
+      run("ListPlayer"));
   gone->m_bExists = false;
   EXPECT_EQ(std::string::npos, run("ListPlayer").find("dev-2")) << "parked by the listing";
   EXPECT_EQ("-4", status("Play", {{"dev", "dev-2"}}));
@@ -222,7 +220,8 @@ TEST_F(Playback, DeviceKindsAndPlayerTypesAreNamedByTheirBits) {
       {PLAYER_TYPE_ALSA | PLAYER_TYPE_SOUND_HDMI | PLAYER_TYPE_SOUND_USB, "<device Type=\"ALSA\" Subtype=\"HDMI\"/>"},
       {PLAYER_TYPE_ALSA, "<device Type=\"ALSA\" Subtype=\"OTHER\"/>"},
       {PLAYER_TYPE_RAOP, "<device Type=\"UNKNOW\"/>"},
-      {PLAYER_TYPE_KINOVU | PLAYER_TYPE_PHOTO, "<device Type=\"KINOVUER\"/>"},
+      {PLAYER_TYPE_KINOVU | PLAYER_TYPE_PHOTO, "<playerType>photo</playerType>"},
+      {0, "<playerType>UNKNOW</playerType>"},
   };
   for (const auto& kind : kinds) {
     playerStatus_s s;
@@ -232,24 +231,6 @@ TEST_F(Playback, DeviceKindsAndPlayerTypesAreNamedByTheirBits) {
     const std::string text = reply_text(reply);
     EXPECT_NE(std::string::npos, text.find(kind.second)) << text;
   }
-  playerStatus_s s;
-  s.playerType = PLAYER_TYPE_PHOTO | PLAYER_TYPE_VIDEO;
-  s.playerState = 7;
-  s.playMode = 9;
-  s.currentAudioTrack = -1;
-  s.subtitleSeek = "5";
-  XMLNode reply = XMLNode::createXMLTopNode("root");
-  add_player_status_nodes(reply, s);
-  const std::string text = reply_text(reply);
-  EXPECT_EQ("video,photo", node(text, "playerType"));
-  EXPECT_EQ("UNKNOW", node(text, "playerState"));
-  EXPECT_EQ("UNKNOW", node(text, "playMode"));
-  EXPECT_EQ("<none>", node(text, "currentAudioTrack"));
-  EXPECT_EQ("5", node(text, "subtitleSeek"));
-  s.playerType = 0;
-  reply = XMLNode::createXMLTopNode("root");
-  add_player_status_nodes(reply, s);
-  EXPECT_EQ("UNKNOW", node(reply_text(reply), "playerType"));
 }
 
 TEST_F(Playback, AVideosTrackListsAreCachedWhilePolledAndRefilledInTheirSlot) {
