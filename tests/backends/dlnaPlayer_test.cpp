@@ -289,3 +289,36 @@ TEST(DlnaPlayerLoop, NextAndPreviousWrapAndReload) {
   ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 3; }));
   EXPECT_EQ(std::vector<int>({0, 2, 0}), loadedTracks(m));
 }
+
+TEST(DlnaPlayerLoop, StalledOrFailingPositionsEndTheTrack) {
+  Media m = layTracks({"00:01:00", "00:01:00", "00:01:00"});
+  Renderer r(renderId());
+  r.set("rate", "0");  // the renderer never moves
+  auto p = makePlayer(m.title);
+  ASSERT_EQ(0, p->play());
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 2; }));
+  const size_t polls = agentCalls("getPositionInfo").size();
+  EXPECT_GE(polls, 20u);  // twenty polls without progress
+  r.set("rate", "1");
+  r.set("positionFail", "1");
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 3; }));
+  EXPECT_EQ(std::vector<int>({0, 1, 2}), loadedTracks(m));
+}
+
+TEST(DlnaPlayerLoop, PhotosChangeByTheSlideShowDelay) {
+  Media m = layTracks({"00:00:00", "00:00:00"}, MEDIA_PHOTO);
+  auto p = makePlayer(m.title);
+  p->setSlideShowDelay(3);
+  ASSERT_EQ(0, p->play());
+  ASSERT_TRUE(waitFor([&] { return p->getTotalTime() == "00:00:03"; }));
+  // A paused photo parks without pausing the renderer.
+  ASSERT_EQ(0, p->pause());
+  ASSERT_TRUE(waitFor([&] { return p->isParked(); }));
+  EXPECT_EQ(STATE_PAUSE_E, p->getPlayerState());
+  EXPECT_TRUE(agentCalls("Pause").empty());
+  ASSERT_EQ(0, p->play());
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 2; }));
+  ASSERT_TRUE(waitFor([&] { return p->isParked(); }));
+  EXPECT_EQ(std::vector<int>({0, 1}), loadedTracks(m));
+  EXPECT_TRUE(agentCalls("getPositionInfo").empty());
+}
