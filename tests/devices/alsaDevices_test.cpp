@@ -20,8 +20,8 @@ XMLNode status_doc() {
   return doc;
 }
 
-std::string text_of(const XMLNode& doc) {
-  XMLString s(doc.createXMLString(1, nullptr));
+std::string compact_of(const XMLNode& doc) {
+  XMLString s(doc.createXMLString(0, nullptr));
   return s ? s.get() : "";
 }
 
@@ -42,36 +42,23 @@ TEST_F(AlsaDoc, SampleOutputsBecomeDevicesWithStatusMonitorAndAttributes) {
   XMLNode doc = status_doc();
   EXPECT_EQ(0, ParamXmlWrapper::alsa_device_doc_gen(root.read("/sim/mpc-outputs.txt"), doc, 0));
   EXPECT_EQ(
-      "<root>\n\t<status>0</status>\n"
-      "\t<device Type=\"ALSA\" Subtype=\"ANALOG\" card=\"0\" device=\"0\">\n"
-      "\t\t<deviceId>ANALOG_card0</deviceId>\n\t\t<deviceName>Built-in Audio</deviceName>\n"
-      "\t\t<type>audio</type>\n\t\t<ip>1</ip>\n\t\t<icon>v3_menu/multizone/alsa_analog</icon>\n"
-      "\t\t<location>local</location>\n\t\t<cardStatus>closed</cardStatus>\n"
-      "\t\t<Attributes>\n\t\t\t<Attr>\n\t\t\t\t<Name>Sample Frequency</Name>\n\t\t\t\t<Tag>SAMPLERATE</Tag>\n"
-      "\t\t\t\t<Allow>44100,48000,88200,96000,176400,192000,352800,384000,Auto</Allow>\n"
-      "\t\t\t\t<CurrentSetting>Auto</CurrentSetting>\n\t\t\t\t<CurrentValue>48000</CurrentValue>\n"
-      "\t\t\t</Attr>\n\t\t</Attributes>\n\t</device>\n"
-      "\t<device Type=\"ALSA\" Subtype=\"HDMI\">\n"
-      "\t\t<deviceId>NVidia_hdmi-1</deviceId>\n\t\t<firendlyName>LG TV SSCR2</firendlyName>\n"
-      "\t\t<deviceName>HDMI Output</deviceName>\n\t\t<type>audio</type>\n\t\t<ip>2</ip>\n"
-      "\t\t<icon>v3_menu/multizone/alsa_hdmi</icon>\n\t\t<location>local</location>\n"
-      "\t\t<cardStatus>unknown</cardStatus>\n"
-      "\t\t<Attributes>\n\t\t\t<Attr>\n\t\t\t\t<Name>Sample Frequency</Name>\n\t\t\t\t<Tag>SAMPLERATE</Tag>\n"
-      "\t\t\t\t<Allow>44100,48000,88200,96000,176400,192000,352800,384000,Auto</Allow>\n"
-      "\t\t\t\t<CurrentSetting>44100</CurrentSetting>\n\t\t\t\t<CurrentValue>44100</CurrentValue>\n"
-      "\t\t\t</Attr>\n\t\t</Attributes>\n\t</device>\n"
-      "\t<device Type=\"ALSA\" Subtype=\"USB\" card=\"1\" device=\"0\">\n"
-      "\t\t<deviceId>USB_DAC_0</deviceId>\n\t\t<deviceName>USB DAC</deviceName>\n"
-      "\t\t<type>audio</type>\n\t\t<ip>3</ip>\n\t\t<icon>v3_menu/multizone/alsa_usb</icon>\n"
-      "\t\t<location>local</location>\n\t\t<cardStatus>state: RUNNING</cardStatus>\n"
-      "\t\t<Attributes>\n\t\t\t<Attr>\n\t\t\t\t<Name>Sample Frequency</Name>\n\t\t\t\t<Tag>SAMPLERATE</Tag>\n"
-      "\t\t\t\t<Allow>44100,48000,88200,96000,176400,192000,352800,384000,Auto</Allow>\n"
-      "\t\t\t\t<CurrentSetting>96000</CurrentSetting>\n\t\t\t\t<CurrentValue>96000</CurrentValue>\n"
-      "\t\t\t</Attr>\n\t\t\t<Attr>\n\t\t\t\t<Name>DSD Passthrough</Name>\n\t\t\t\t<Tag>DSDPASS</Tag>\n"
-      "\t\t\t\t<Allow>Enable,Disable</Allow>\n\t\t\t\t<CurrentSetting>Enable</CurrentSetting>\n"
-      "\t\t\t\t<CurrentValue>Enable</CurrentValue>\n\t\t\t</Attr>\n\t\t</Attributes>\n\t</device>\n"
-      "</root>\n",
-      text_of(doc));
+      "<root><status>0</status><device Type=\"ALSA\" Subtype=\"ANALOG\" card=\"0\" device=\"0\"><deviceId>ANALOG_card0</deviceId>"
+      "<deviceName>Built-in Audio</deviceName><type>audio</type><ip>1</ip><icon>v3_menu/multizone/alsa_analog</icon>"
+      "<location>local</location><cardStatus>closed</cardStatus><Attributes><Attr><Name>Sample Frequency</Name>"
+      "<Tag>SAMPLERATE</Tag><Allow>44100,48000,88200,96000,176400,192000,352800,384000,Auto</Allow><CurrentSetting>"
+      "Auto</CurrentSetting><CurrentValue>48000</CurrentValue></Attr></Attributes></device><device Type=\"ALSA\" Subtype=\"HDMI\">"
+      "<deviceId>NVidia_hdmi-1</deviceId><firendlyName>LG TV SSCR2</firendlyName><deviceName>HDMI Output</deviceName>"
+      "<type>audio</type><ip>2</ip><icon>v3_menu/multizone/alsa_hdmi</icon><location>local</location><cardStatus>"
+      "unknown</cardStatus><Attributes><Attr><Name>Sample Frequency</Name><Tag>SAMPLERATE</Tag><Allow>44100,48000,88200,96000,176400,192000,352800,384000,Auto</Allow>"
+      "<CurrentSetting>44100</CurrentSetting><CurrentValue>44100</CurrentValue></Attr></Attributes></device>"
+      "<device Type=\"ALSA\" Subtype=\"USB\" card=\"1\" device=\"0\"><deviceId>USB_DAC_0</deviceId><deviceName>"
+      "USB DAC</deviceName><type>audio</type><ip>3</ip><icon>v3_menu/multizone/alsa_usb</icon><location>local</location>"
+      "<cardStatus>state: RUNNING</cardStatus><Attributes><Attr><Name>Sample Frequency</Name><Tag>SAMPLERATE</Tag>"
+      "<Allow>44100,48000,88200,96000,176400,192000,352800,384000,Auto</Allow><CurrentSetting>96000</CurrentSetting>"
+      "<CurrentValue>96000</CurrentValue></Attr><Attr><Name>DSD Passthrough</Name><Tag>DSDPASS</Tag><Allow>"
+      "Enable,Disable</Allow><CurrentSetting>Enable</CurrentSetting><CurrentValue>Enable</CurrentValue></Attr>"
+      "</Attributes></device></root>",
+      compact_of(doc));
 
   const std::vector<std::string> calls = root.calls();
   const std::vector<std::string> want = {
