@@ -186,10 +186,14 @@ TEST_F(AlsaDoc, HostileOutputTextIsListedButNeverRunsInTheEldPipeline) {
       "Output 4 (" + huge + ") is enabled uid:u devType:2 sampleRate:1 sampleRateMode:0 dsd:0 dsdMode:0 hwParam:hw:\n"
       "Output 5 (n) is enabled uid:" + huge + " devType:2 sampleRate:1 sampleRateMode:0 dsd:0 dsdMode:0 hwParam:hw:\n"
       "Output 6 (KINOVUTOHDMI) is enabled uid:KINOVUTOHDMI devType:2 sampleRate:1 sampleRateMode:0 dsd:0 dsdMode:0 "
+      "hwParam:hw:CARD=-1\n"
+      // The character behind the box's own HDMI word, less one, is ';'.
+      "Output 7 (own) is enabled uid:KINOVUTOHDMI< devType:2 sampleRate:1 sampleRateMode:0 dsd:0 dsdMode:0 "
       "hwParam:hw:CARD=-1\n";
   XMLNode doc = status_doc();
   ParamXmlWrapper::alsa_device_doc_gen(lines, doc, 0);
-  ASSERT_EQ(4, doc.nChildNode("device"));
+  ASSERT_EQ(5, doc.nChildNode("device"));
+  EXPECT_TRUE(doc.getChildNode("device", 4).getChildNode("firendlyName").isEmpty());
   EXPECT_EQ("Name $(touch " + canary + ")", doc.getChildNode("device", 0).getChildNode("deviceName").getText());
   EXPECT_STREQ("q'uote`id`", doc.getChildNode("device", 1).getChildNode("deviceName").getText());
   for (int i = 0; i < 3; ++i) {
