@@ -108,7 +108,7 @@ class State {
   }
   void stop() {
     set("state", get("uri").empty() ? "NO_MEDIA_PRESENT" : "STOPPED");
-    set("posMs", 0);
+    if (num("stopKeepsPosition") == 0) set("posMs", 0);
   }
 
   void save() {

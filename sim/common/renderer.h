@@ -10,7 +10,8 @@
 // Keys of the state (all optional): state, uri, duration (seconds), posMs,
 // sinceMs, transitionMs, transUntilMs, rate, volume, xbmc, busy (the next N
 // loads answer Busy), transcode (content URLs go through the transcoder),
-// offline (every command answers nothing).
+// offline (every command answers nothing), positionFail (position replies
+// say fail), stopKeepsPosition (Stop leaves the position where it was).
 #pragma once
 
 #include <map>

@@ -164,7 +164,9 @@ void CDlnaPlayer::changeTrack_(flowLocals_s& f) {
 
 void CDlnaPlayer::passSleep_(flowLocals_s& f) {
   sleepMs_(m_timing.passMs);
-  if (!m_bStop && f.changTrackCnt == 0 && !f.changedTrack) renderStateTest_(f);
+  // A seek stops and reloads the renderer from the command's thread: that
+  // stop is not one pressed at the device.
+  if (!m_bStop && f.changTrackCnt == 0 && !f.changedTrack && !m_bSeeking) renderStateTest_(f);
 }
 
 // A renderer stopped or paused at the device, with more than the margin of
