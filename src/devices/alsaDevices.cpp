@@ -40,8 +40,8 @@ struct dirCloser {
 };
 
 // Searches forward from `*pos` for a word that begins with `key`; its rest
-// goes to `value`. The search gives up at the end of the line, at a word
-// too long to read, or behind a word no longer than the key.
+// goes to `value`. The search gives up at the end of the line or at a word
+// too long to read.
 bool find_field(const char* text, int* pos, const char* key, std::string& value) {
   char word[kWordMax];
   const size_t keyLen = std::strlen(key);
@@ -53,7 +53,6 @@ bool find_field(const char* text, int* pos, const char* key, std::string& value)
       value = word + keyLen;
       return true;
     }
-    if (std::strlen(word) <= keyLen) return false;
   }
 }
 

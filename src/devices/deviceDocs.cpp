@@ -97,9 +97,9 @@ int ParamXmlWrapper::air_play_device_doc_gen(const std::string& text, XMLNode& r
         if (has_text(cn)) node.addAttribute("cn", codec_word(cn.getText()));
       }
     }
-    for (const char* name2 : {"ip", "mac", "protovers", "model"}) {
-      XMLNode node = entry.getChildNode(name2);
-      if (has_text(node)) add_child_node(device, name2, node.getText());
+    for (const char* field : {"ip", "mac", "protovers", "model"}) {
+      XMLNode node = entry.getChildNode(field);
+      if (has_text(node)) add_child_node(device, field, node.getText());
     }
     // An entry without a type has no kind; it is shown as AirPlay.
     add_child_node(device, "icon", chromecast ? "v3_menu/multizone/chromecast" : "v3_menu/multizone/airplay");

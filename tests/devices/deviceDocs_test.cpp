@@ -18,6 +18,11 @@ XMLNode status_doc() {
   return doc;
 }
 
+std::string compact_of(const XMLNode& doc) {
+  XMLString s(doc.createXMLString(0, nullptr));
+  return s ? s.get() : "";
+}
+
 std::string text_of(const XMLNode& doc) {
   XMLString s(doc.createXMLString(1, nullptr));
   return s ? s.get() : "";
@@ -76,27 +81,18 @@ TEST(AirPlayDeviceDoc, KindsEncryptionAndCodecWords) {
   XMLNode doc = status_doc();
   EXPECT_EQ(0, ParamXmlWrapper::air_play_device_doc_gen(list, doc));
   EXPECT_EQ(
-      "<root>\n\t<status>0</status>\n"
-      "\t<device Type=\"AirPlay\">\n\t\t<deviceId>aa</deviceId>\n\t\t<deviceName>Box</deviceName>\n"
-      "\t\t<type protocol=\"airplay\">video,photo,audio</type>\n\t\t<ip>10.0.0.8</ip>\n\t\t<mac>aa:bb</mac>\n"
-      "\t\t<model>AppleTV3,2</model>\n\t\t<icon>v3_menu/multizone/airplay</icon>\n"
-      "\t\t<location>remote</location>\n\t</device>\n"
-      "\t<device Type=\"AirPlay\">\n\t\t<deviceId>bb</deviceId>\n"
-      "\t\t<type protocol=\"raop\" port=\"5000\" et=\"rsa\" cn=\"notSupport\">audio</type>\n"
-      "\t\t<icon>v3_menu/multizone/airplay</icon>\n\t\t<location>remote</location>\n\t</device>\n"
-      "\t<device Type=\"AirPlay\">\n\t\t<deviceId>cc</deviceId>\n"
-      "\t\t<type protocol=\"raop\" et=\"no\" cn=\"pcm\">audio</type>\n"
-      "\t\t<icon>v3_menu/multizone/airplay</icon>\n\t\t<location>remote</location>\n\t</device>\n"
-      "\t<device Type=\"AirPlay\">\n\t\t<deviceId>dd</deviceId>\n"
-      "\t\t<type protocol=\"raop\" et=\"notSupport\">audio</type>\n"
-      "\t\t<icon>v3_menu/multizone/airplay</icon>\n\t\t<location>remote</location>\n\t</device>\n"
-      "\t<device Type=\"Chromecast\">\n\t\t<deviceId>ee</deviceId>\n\t\t<deviceName>Kodi</deviceName>\n"
-      "\t\t<type protocol=\"chromecast\">video,photo</type>\n\t\t<model>Xbmc</model>\n"
-      "\t\t<icon>v3_menu/multizone/chromecast</icon>\n\t\t<location>remote</location>\n\t</device>\n"
-      "\t<device Type=\"AirPlay\">\n\t\t<deviceId>ff</deviceId>\n\t\t<type/>\n"
-      "\t\t<icon>v3_menu/multizone/airplay</icon>\n\t\t<location>remote</location>\n\t</device>\n"
-      "</root>\n",
-      text_of(doc));
+      "<root><status>0</status><device Type=\"AirPlay\"><deviceId>aa</deviceId><deviceName>Box</deviceName>"
+      "<type protocol=\"airplay\">video,photo,audio</type><ip>10.0.0.8</ip><mac>aa:bb</mac><model>AppleTV3,2</model>"
+      "<icon>v3_menu/multizone/airplay</icon><location>remote</location></device><device Type=\"AirPlay\"><deviceId>"
+      "bb</deviceId><type protocol=\"raop\" port=\"5000\" et=\"rsa\" cn=\"notSupport\">audio</type><icon>v3_menu/multizone/airplay</icon>"
+      "<location>remote</location></device><device Type=\"AirPlay\"><deviceId>cc</deviceId><type protocol=\"raop\" et=\"no\" cn=\"pcm\">"
+      "audio</type><icon>v3_menu/multizone/airplay</icon><location>remote</location></device><device Type=\"AirPlay\">"
+      "<deviceId>dd</deviceId><type protocol=\"raop\" et=\"notSupport\">audio</type><icon>v3_menu/multizone/airplay</icon>"
+      "<location>remote</location></device><device Type=\"Chromecast\"><deviceId>ee</deviceId><deviceName>Kodi</deviceName>"
+      "<type protocol=\"chromecast\">video,photo</type><model>Xbmc</model><icon>v3_menu/multizone/chromecast</icon>"
+      "<location>remote</location></device><device Type=\"AirPlay\"><deviceId>ff</deviceId><type/><icon>v3_menu/multizone/airplay</icon>"
+      "<location>remote</location></device></root>",
+      compact_of(doc));
 
   XMLNode none = status_doc();
   EXPECT_EQ(0, ParamXmlWrapper::air_play_device_doc_gen("<root><status>x</status></root>", none));
