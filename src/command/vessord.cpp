@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "command/playbackHandlers.h"
+#include "command/playlistHandlers.h"
 #include "command/renderListing.h"
 #include "command/statusReport.h"
 #include "command/unixSocketIpc.h"
@@ -68,6 +69,19 @@ const commandEntry_s g_commandTable[] = {
        list_unknow_render(reply);
        return 0;
      }},
+    {"GetUpnpObjectID", [](CPlayerManager*, XMLNode& root, XMLNode& reply) { return get_upnp_object_id(root, reply); }},
+    {"SizeOfPlaylist", VESSORD_HANDLER(size_of_playlist)},
+    {"ListPlaylist", VESSORD_HANDLER(list_playlist)},
+    {"SizeOfListContent", VESSORD_HANDLER(size_of_list_contents)},
+    {"ListContentOfPlaylist", VESSORD_HANDLER(list_content_of_playlist)},
+    {"CreatePlaylist", VESSORD_HANDLER(create_play_list)},
+    {"AddContent", VESSORD_HANDLER(add_content)},
+    {"DelPlaylist", VESSORD_HANDLER(del_playlist)},
+    {"DelContent", VESSORD_HANDLER(del_content)},
+    {"BatchAddPlaylist", VESSORD_HANDLER(batch_add_playlist)},
+    {"BatchDelPlaylist", VESSORD_HANDLER(batch_del_playlist)},
+    {"ReOrderContent", VESSORD_HANDLER(reorder_content)},
+    {"DupPlaylist", VESSORD_HANDLER(duplicate_playlist)},
     {"ListPlayer", VESSORD_HANDLER(list_player)},
     {"Play", VESSORD_HANDLER(play)},
     {"Pause", VESSORD_HANDLER(pause)},

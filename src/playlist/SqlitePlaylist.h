@@ -65,6 +65,11 @@ class CSqlitePlaylist : public ISqlPlaylist {
   // has made room. 0, or -12.
   int transAddElmInPlaylist(int playlistID, mediaType_e mediaType, contentType_e contentType, const char* content,
                             int order);
+  // adjustPlayOrder inside the running batch of this thread, so that the
+  // room made and the items put there commit or vanish together. -1 when
+  // the playlist has fewer than `start` elements or no batch of this
+  // thread is open; otherwise SQLite's code.
+  int transAdjustPlayOrder(int playlistID, int start, int delta);
 
   // Where the database file lies.
   const std::string& dbPath() const { return m_dbPath; }

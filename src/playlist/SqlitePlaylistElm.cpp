@@ -93,6 +93,16 @@ int CSqlitePlaylist::adjustPlayOrder(int playlistID, int start, int delta) {
   return exec_(q, nullptr, nullptr);
 }
 
+int CSqlitePlaylist::transAdjustPlayOrder(int playlistID, int start, int delta) {
+  // Without the batch's lock held by this thread the shift would commit on
+  // its own, which is what this operation exists to avoid.
+  if (!threadOwnsTrans_() || !db_()) return -1;
+  if (getSizeOfPlaylist_(playlistID) < start) return -1;
+  CStatement q = CStatement::format("update playlist_tbl set orderNr=orderNr+%d where playlistid=%d and orderNr>=%d",
+                                    delta, playlistID, start);
+  return exec_(q, nullptr, nullptr);
+}
+
 int CSqlitePlaylist::delElmInPlaylist(const char* title, const char* appType, uint64_t uuid) {
   ThreadSingleLock lock(m_dbMutex);
   if (!texts_can_stand({title, appType})) return -12;
