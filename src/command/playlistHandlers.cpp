@@ -186,14 +186,22 @@ int create_play_list(CPlayerManager&, XMLNode& root, XMLNode& reply) {
     VLOG(LOG_COLOR_FAIL, "g_playlistDB.addPlaylist() ... fail\n");
     return -12;
   }
-  success(reply);
+  // The store answers an insert it could not run like one that ran; a
+  // playlist that is not there afterwards was not written.
   int id = store().getPlaylistID(title, appType);
+  if (id < 1) {
+    VLOG(LOG_COLOR_FAIL, "g_playlistDB.addPlaylist() ... fail\n");
+    return -12;
+  }
+  success(reply);
   playlistLibElm_s row;
   store().getPlaylistLibElmByID(id, row);
   add_number(reply, "playlistID", row.playlistID);
   add_text(reply, "title", row.title);
   ParamXmlWrapper::add_child_node(reply, "type", created_type_word(row.playlistType));
-  add_text(reply, "appType", row.appType);
+  // The row read back by id carries no application type: it is the one
+  // the playlist was found under.
+  ParamXmlWrapper::add_child_node(reply, "appType", appType);
   add_text(reply, "owner", row.owner);
   add_text(reply, "tag", row.tag);
   return 0;
