@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -334,6 +335,81 @@ TEST_F(PlaylistCommands, HostileAndOddValuesStoredVerbatimOrRefused) {
   EXPECT_EQ("4", node(run("SizeOfPlaylist", {{"appType", app}}), "size"));
   EXPECT_EQ(expected, contents("Odd"));
   EXPECT_FALSE(exists(root().path("/tmp/p")));
+}
+
+// A fake player on the playlist "Live" of this test's application; its
+// queue read back as contents, in queue order.
+class PlayersFollow : public PlaylistCommands {
+ protected:
+  CFakePlayer* start(const Strings& items) {
+    make("Live", items);
+    managertest::list_device(m, "dev-1", "Kitchen", PLAYER_TYPE_DLNA | PLAYER_TYPE_AUDIO);
+    EXPECT_EQ(0, m.setPlaylist("dev-1", "Live", app.c_str()));
+    CFakePlayer* p = managertest::fake(m, "dev-1");
+    if (p) p->takeEvents();
+    return p;
+  }
+  std::string contentOf(unsigned long uuid) {
+    std::vector<playlistElm_s> rows;
+    playertest::store().getPlaylistElmsByPage(rows, playertest::store().getPlaylistID("Live", app), 0, 0);
+    for (const playlistElm_s& row : rows)
+      if (row.uuid == uuid) return row.content;
+    return "?";
+  }
+  Strings queue(CFakePlayer* p) {
+    Strings out;
+    for (const playQueueItem_s& item : p->m_playQueue) out.push_back(contentOf(item.uuid));
+    return out;
+  }
+  std::string current(CFakePlayer* p) {
+    const size_t at = static_cast<size_t>(p->m_currTrack);
+    return at < p->m_playQueue.size() ? contentOf(p->m_playQueue[at].uuid) : "none";
+  }
+  unsigned long uuidOf(const std::string& content) {
+    std::vector<playlistElm_s> rows;
+    playertest::store().getPlaylistElmsByPage(rows, playertest::store().getPlaylistID("Live", app), 0, 0);
+    for (const playlistElm_s& row : rows)
+      if (row.content == content) return static_cast<unsigned long>(row.uuid);
+    return 0;
+  }
+  vessorclient::paramList_t add(const std::string& content) {
+    return {{"playlist", "Live"}, {"contentType", "file"}, {"mediaType", "audio"}, {"content", content}, {"appType", app}};
+  }
+};
+
+TEST_F(PlayersFollow, EachChangeReachesThePlayingQueue) {
+  CFakePlayer* p = start({"A", "B", "C"});
+  ASSERT_NE(nullptr, p);
+  p->m_currTrack = 1;
+  ASSERT_EQ("0", status("AddContent", add("D")));
+  EXPECT_EQ((Strings{"A", "B", "C", "D"}), queue(p));
+  EXPECT_EQ("B", current(p));
+
+  // Deleting another track, then moving the current one: B stays current.
+  ASSERT_EQ("0", status("DelContent", {{"playlist", "Live"}, {"uuid", std::to_string(uuidOf("A"))}, {"appType", app}}));
+  EXPECT_EQ((Strings{"B", "C", "D"}), queue(p));
+  EXPECT_EQ("B", current(p));
+  ASSERT_EQ("0", status("ReOrderContent", {{"playlist", "Live"}, {"origOrder", "0"}, {"newOrder", "2"}, {"appType", app}}));
+  EXPECT_EQ((Strings{"C:0", "D:0", "B:0"}), contents("Live"));
+  EXPECT_EQ((Strings{"C", "D", "B"}), queue(p));
+  EXPECT_EQ("B", current(p));
+
+  // A batch delete leaves the queue as it was; a batch add brings it up
+  // to the store.
+  const std::string del = paramFile("live-del.xml", "<r><playlist>Live</playlist><appType>" + app + "</appType><uuid>" +
+                                                        std::to_string(uuidOf("D")) + "</uuid></r>");
+  ASSERT_EQ("0", status("BatchDelPlaylist", {{"filePath", del}}));
+  EXPECT_EQ(3u, p->m_playQueue.size());
+  const std::string addFile = paramFile("live-add.xml", "<r><playlist>Live</playlist><appType>" + app +
+                                                            "</appType><item mediaType=\"audio\" contentType=\"file\">E</item></r>");
+  ASSERT_EQ("0", status("BatchAddPlaylist", {{"filePath", addFile}}));
+  EXPECT_EQ(3u, p->m_playQueue.size()) << "one row left, one row came: the queue matches the store's size";
+
+  // Deleting the playlist stops the player and empties its queue.
+  ASSERT_EQ("0", status("DelPlaylist", {{"playlist", "Live"}, {"appType", app}}));
+  EXPECT_TRUE(p->m_playQueue.empty());
+  const Strings events = p->takeEvents();
+  EXPECT_NE(events.end(), std::find(events.begin(), events.end(), "stop(true)"));
 }
 
 }  // namespace
