@@ -153,3 +153,41 @@ TEST(PlaylistFile, KilledWriterLeavesWholeBatchesOnly) {
     EXPECT_EQ(o, dense(static_cast<int>(o.size())));
   }
 }
+
+// A batch added at a position, killed after its shift and one item: the
+// shift goes with the items, so the orders stay dense. A shift asked for
+// outside a batch of this thread is refused rather than committed alone.
+TEST(PlaylistFile, KilledPositionedBatchLeavesNoHole) {
+  TestRoot root;
+  {
+    CSqlitePlaylist store;
+    ASSERT_EQ(store.addPlaylist("hole", MEDIA_AUDIO, "app", nullptr, nullptr), 0);
+    store.transBegin();
+    for (int j = 0; j < 3; ++j) store.transAddElmInPlaylist(1, MEDIA_AUDIO, CONTENT_FILE, "old", j);
+    store.transEnd();
+    EXPECT_EQ(store.transAdjustPlayOrder(1, 1, 3), -1);
+    EXPECT_EQ(orders(store, 1), dense(3));
+  }
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    CSqlitePlaylist store;
+    store.transBegin();
+    if (store.transAdjustPlayOrder(1, 1, 3) != 0) _exit(1);
+    store.transAddElmInPlaylist(1, MEDIA_AUDIO, CONTENT_FILE, "new", 1);
+    if (write(fds[1], "x", 1) != 1) _exit(1);
+    pause();
+    _exit(0);
+  }
+  close(fds[1]);
+  char ch;
+  ASSERT_EQ(read(fds[0], &ch, 1), 1);
+  kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
+  close(fds[0]);
+  CSqlitePlaylist store;
+  EXPECT_EQ(orders(store, 1), dense(3));
+  EXPECT_EQ(contents(store, 1), (S{"old", "old", "old"}));
+}
