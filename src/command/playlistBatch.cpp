@@ -160,8 +160,10 @@ int batch_add_playlist(CPlayerManager& manager, XMLNode& root, XMLNode& reply) {
   db.transBegin();
   int base = size;
   if (start != 0 && size > start && db.transAdjustPlayOrder(id, start, count) == 0) base = start;
+  // The walking form: a lookup by index would start from the top each time.
+  int at = 0;
   for (int i = 0; i < count; ++i) {
-    XMLNode item = doc.getChildNode("item", i);
+    XMLNode item = doc.getChildNode("item", &at);
     const char* text = item.getText();
     const char* mediaWord = item.getAttribute("mediaType");
     const char* contentWord = item.getAttribute("contentType");
@@ -207,8 +209,9 @@ int batch_del_playlist(CPlayerManager&, XMLNode& root, XMLNode& reply) {
     return -14;
   }
   int count = doc.nChildNode("uuid");
+  int at = 0;
   for (int i = 0; i < count; ++i) {
-    const char* text = doc.getChildNode("uuid", i).getText();
+    const char* text = doc.getChildNode("uuid", &at).getText();
     if (!text) continue;
     auto uuid = static_cast<uint64_t>(std::strtoll(text, nullptr, 10));
     if (db.delElmInPlaylist(title, appType, uuid) != 0) {
