@@ -88,13 +88,28 @@ const char* dup_content_word(int type) {
   }
 }
 
+// The title and application type are markup-escaped, so that they read
+// back exactly and cannot open elements that name another playlist.
+std::string escaped(const char* text) {
+  std::string out;
+  for (const char* p = text; *p; ++p) {
+    switch (*p) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      default: out += *p;
+    }
+  }
+  return out;
+}
+
 // The add file of `rows`, contents as they stand: unescaped markup in a
 // content can change what the copy holds, never anything outside it.
 std::string dup_file_text(const std::vector<playlistElm_s>& rows, const char* destTitle, const char* appType) {
   std::string text = "<root>\n";
   if (!rows.empty()) {
-    text += "\t<appType>" + std::string(appType) + "</appType>\n";
-    text += "\t<playlist playlistType=\"dup\">" + std::string(destTitle) + "</playlist>\n";
+    text += "\t<appType>" + escaped(appType) + "</appType>\n";
+    text += "\t<playlist playlistType=\"dup\">" + escaped(destTitle) + "</playlist>\n";
   }
   for (const playlistElm_s& row : rows) {
     // Two pieces; an unknown value leaves out its word and the rest of its

@@ -258,6 +258,20 @@ TEST_F(PlaylistCommands, DuplicateRules) {
   EXPECT_EQ("-3", status("DupPlaylist", {{"playlist_src", "Src"}, {"appType", app}}));
 }
 
+// Markup in the copy's title reaches no other playlist; markup in contents
+// changes the copy at most.
+TEST_F(PlaylistCommands, DuplicateMarkupStaysInTheCopy) {
+  make("Src", {"plain", "x</item><item mediaType=\"photo\" contentType=\"file\">injected"});
+  make("A", {"a"});
+  EXPECT_EQ("0", status("DupPlaylist", {{"playlist_src", "Src"}, {"playlist_dest", "A</playlist><playlist>B"},
+                                        {"appType", app}}));
+  EXPECT_EQ((Strings{"a:0"}), contents("A"));
+  EXPECT_EQ((Strings{"<none>"}), contents("B"));
+  EXPECT_EQ(3u, contents("A</playlist><playlist>B").size());
+  EXPECT_EQ("0", status("DupPlaylist", {{"playlist_src", "Src"}, {"playlist_dest", "Rock & Roll"}, {"appType", app}}));
+  EXPECT_EQ(3u, contents("Rock & Roll").size());
+}
+
 TEST_F(PlaylistCommands, DuplicateNeverWritesThroughAPlantedLink) {
   make("S", {"a"});
   root().write("/tmp/victim", "precious");
