@@ -166,13 +166,14 @@ int batch_add_playlist(CPlayerManager& manager, XMLNode& root, XMLNode& reply) {
     if (id < 0) return -12;
   }
 
-  int size = db.getSizeOfPlaylist(id);
   int count = doc.nChildNode("item");
   int result = 0;
-  // The room at `start` is made inside the batch's transaction: a crash
-  // in the loop then leaves neither the shift nor any item, so the orders
-  // stay dense.
+  // The size is read and the room at `start` made inside the batch's
+  // transaction: two batches into one playlist never take the same orders,
+  // and a crash in the loop leaves neither the shift nor any item.
   db.transBegin();
+  int size = db.transSizeOfPlaylist(id);
+  if (size < 0) size = 0;
   int base = size;
   if (start != 0 && size > start && db.transAdjustPlayOrder(id, start, count) == 0) base = start;
   // The walking form: a lookup by index would start from the top each time.

@@ -70,6 +70,9 @@ class CSqlitePlaylist : public ISqlPlaylist {
   // the playlist has fewer than `start` elements or no batch of this
   // thread is open; otherwise SQLite's code.
   int transAdjustPlayOrder(int playlistID, int start, int delta);
+  // getSizeOfPlaylist inside the running batch of this thread, so that two
+  // batches into one playlist never count the same size; -1 otherwise.
+  int transSizeOfPlaylist(int playlistID);
 
   // Where the database file lies.
   const std::string& dbPath() const { return m_dbPath; }

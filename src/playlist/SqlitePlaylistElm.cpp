@@ -103,6 +103,11 @@ int CSqlitePlaylist::transAdjustPlayOrder(int playlistID, int start, int delta) 
   return exec_(q, nullptr, nullptr);
 }
 
+int CSqlitePlaylist::transSizeOfPlaylist(int playlistID) {
+  if (!threadOwnsTrans_() || !db_()) return -1;
+  return getSizeOfPlaylist_(playlistID);
+}
+
 int CSqlitePlaylist::delElmInPlaylist(const char* title, const char* appType, uint64_t uuid) {
   ThreadSingleLock lock(m_dbMutex);
   if (!texts_can_stand({title, appType})) return -12;
