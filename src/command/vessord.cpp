@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "command/playbackHandlers.h"
+#include "command/renderListing.h"
 #include "command/statusReport.h"
 #include "command/unixSocketIpc.h"
 #include "command/version.h"
@@ -57,6 +58,16 @@ int create_player(XMLNode& reply) {
 // and ListUnknowRender stand first and give 0 whatever their handler
 // returns. The playlist commands stand between them and ListPlayer.
 const commandEntry_s g_commandTable[] = {
+    {"ListRender",
+     [](CPlayerManager* manager, XMLNode& root, XMLNode& reply) {
+       list_render(manager, root, reply);
+       return 0;
+     }},
+    {"ListUnknowRender",
+     [](CPlayerManager*, XMLNode&, XMLNode& reply) {
+       list_unknow_render(reply);
+       return 0;
+     }},
     {"ListPlayer", VESSORD_HANDLER(list_player)},
     {"Play", VESSORD_HANDLER(play)},
     {"Pause", VESSORD_HANDLER(pause)},
