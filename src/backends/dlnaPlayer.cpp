@@ -407,6 +407,7 @@ int CDlnaPlayer::next() {
     m.m_hold = true;
   });
   m_currTrack = (m_currTrack + 1 >= size) ? 0 : m_currTrack + 1;
+  ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;
   wakeLoop_();
@@ -423,6 +424,7 @@ int CDlnaPlayer::previous() {
     m.m_hold = true;
   });
   m_currTrack = (m_currTrack == 0 || m_currTrack >= size) ? size - 1 : m_currTrack - 1;
+  ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;
   wakeLoop_();

@@ -288,6 +288,13 @@ TEST(DlnaPlayerLoop, NextAndPreviousWrapAndReload) {
   EXPECT_EQ(0, p->next());
   ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 3; }));
   EXPECT_EQ(std::vector<int>({0, 2, 0}), loadedTracks(m));
+  // A next() while the renderer is still taking the previous track.
+  Renderer(renderId()).set("loadDelayMs", "400");
+  EXPECT_EQ(0, p->next());
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 4; }));
+  EXPECT_EQ(0, p->next());
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 5; }));
+  EXPECT_EQ(std::vector<int>({0, 2, 0, 1, 2}), loadedTracks(m));
 }
 
 TEST(DlnaPlayerLoop, StalledOrFailingPositionsEndTheTrack) {
