@@ -194,6 +194,8 @@ bool renderer_command(const RendererCall& c, int& rc) {
                 << "</RelTime></root>\n";
     }
   } else if (cmd == "setAvTransportUrl") {
+    // A slow renderer, on demand: the answer comes after loadDelayMs.
+    if (s.num("loadDelayMs") > 0) usleep(static_cast<useconds_t>(s.num("loadDelayMs")) * 1000);
     if (s.num("busy") > 0) {
       s.set("busy", s.num("busy") - 1);
       std::cout << status("Busy");

@@ -11,7 +11,8 @@
 // sinceMs, transitionMs, transUntilMs, rate, volume, xbmc, busy (the next N
 // loads answer Busy), transcode (content URLs go through the transcoder),
 // offline (every command answers nothing), positionFail (position replies
-// say fail), stopKeepsPosition (Stop leaves the position where it was).
+// say fail), stopKeepsPosition (Stop leaves the position where it was),
+// loadDelayMs (a load answers after that long).
 #pragma once
 
 #include <map>

@@ -74,8 +74,12 @@ void CDlnaPlayer::startTrack_(flowLocals_s& f) {
   setCurrTime("00:00:00");
   setTotalTime("00:00:00");
   resetTrackChoices_();
+  const unsigned requests = m_trackRequests;
   if (setAvTransport_(nullptr, 1, 0, -1, nullptr) == 0) {
     m_bIsPlaying = true;
+    // A next() or previous() during the hand-over cleared the flag before
+    // this set it: the track it asked for starts at the next pass.
+    if (m_trackRequests != requests) m_bIsPlaying = false;
     f.setAvTransportFailCnt = 0;
     f.priorCT = 0;
     sendPlay_();

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
@@ -407,6 +408,7 @@ int CDlnaPlayer::next() {
     m.m_hold = true;
   });
   m_currTrack = (m_currTrack + 1 >= size) ? 0 : m_currTrack + 1;
+  ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;
   wakeLoop_();
@@ -423,6 +425,7 @@ int CDlnaPlayer::previous() {
     m.m_hold = true;
   });
   m_currTrack = (m_currTrack == 0 || m_currTrack >= size) ? size - 1 : m_currTrack - 1;
+  ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;
   wakeLoop_();
@@ -473,13 +476,18 @@ int CDlnaPlayer::isNeedTranscode(std::string& subtitle) {
     path = elm.content;
   }
   std::vector<char> found(kPathBuf, '\0');
-  if (is_default_subtitle_found(path.c_str(), found.data(), kPathBuf) != 1) return 0;
-  // The escaped form of curl_escape: every byte but [A-Za-z0-9] as %XX.
+  if (is_default_subtitle_found(vessord::root_path(path).c_str(), found.data(), kPathBuf) != 1) return 0;
+  // The renderer's agent knows the appliance's path, not the test root's.
+  const std::string& root = vessord::test_root();
+  std::string foundPath = found.data();
+  if (!root.empty() && foundPath.compare(0, root.size(), root) == 0) foundPath.erase(0, root.size());
+  // As curl_escape writes it: every byte but the URL's unreserved ones
+  // (letters, digits, - . _ ~) as %XX.
   static const char hex[] = "0123456789ABCDEF";
   subtitle.clear();
-  for (const char* p = found.data(); *p; ++p) {
-    unsigned char c = static_cast<unsigned char>(*p);
-    if (std::isalnum(c)) subtitle += static_cast<char>(c);
+  for (char ch : foundPath) {
+    unsigned char c = static_cast<unsigned char>(ch);
+    if ((c < 0x80 && std::isalnum(c)) || c == '-' || c == '.' || c == '_' || c == '~') subtitle += static_cast<char>(c);
     else subtitle += std::string("%") + hex[c >> 4] + hex[c & 15];
   }
   return 1;

@@ -136,6 +136,9 @@ class CDlnaPlayer : public CPlayer, public CThread, public myMonitor::CMyMonitor
   std::unique_ptr<myMonitor::CMyMonitor<CDlnaPlayer>> m_monitor;
   std::atomic<int> FlowStage{0};
 
+  // Counts next()/previous(): a track change asked for while the loop was
+  // handing over the old track is not lost when the hand-over ends.
+  std::atomic<unsigned> m_trackRequests{0};
   // Destruction has begun: the monitor's callbacks no longer resume.
   std::atomic<bool> m_bDying{false};
   dlnaTiming_s m_timing;

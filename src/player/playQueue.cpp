@@ -132,7 +132,7 @@ bool CPlayer::changeToNextTrack() {
   setTotalTime("00:00:00");
   m_audioTrack = 0;
   m_subtitleTrack = -1;
-  m_externalSubtitle.clear();
+  resetExternalSubtitle();
   switch (m_playMode) {
     case REPEAT:
     case SHUFFLE_REPEAT:

@@ -102,12 +102,13 @@ int CPlayer::setMute(bool mute) {
 bool CPlayer::isMute() { return getVolume() < 1; }
 
 void CPlayer::setExternalSubtitle(char* path) {
+  std::lock_guard<std::mutex> lk(m_timeLock);
   m_externalSubtitle.clear();
   if (path) m_externalSubtitle.append(path);
 }
 
 int CPlayer::resetAudioAndSubtitle() {
-  m_externalSubtitle.clear();
+  resetExternalSubtitle();
   m_audioTrack = 0;
   m_subtitleTrack = -1;
   return -1;

@@ -146,8 +146,14 @@ class CPlayer {
   void setSubtitleTrack(int track) { m_subtitleTrack = track; }
   int getSubtitleTrack() { return m_subtitleTrack; }
   void setExternalSubtitle(char* path);
-  void getExternalSubtitle(std::string& out) { out = m_externalSubtitle; }
-  void resetExternalSubtitle() { m_externalSubtitle.clear(); }
+  void getExternalSubtitle(std::string& out) {
+    std::lock_guard<std::mutex> lk(m_timeLock);
+    out = m_externalSubtitle;
+  }
+  void resetExternalSubtitle() {
+    std::lock_guard<std::mutex> lk(m_timeLock);
+    m_externalSubtitle.clear();
+  }
   int resetAudioAndSubtitle();
   std::string getAutoPlugSubtitle() { return m_autoPlugSubtitle; }
   void clearAutoPlugSubtitle() { m_autoPlugSubtitle.clear(); }
@@ -261,7 +267,7 @@ class CPlayer {
   std::string m_renderID;
   std::string m_deviceName;
   std::string m_playlistTitle;
-  mutable std::mutex m_timeLock;  // guards the three time texts
+  mutable std::mutex m_timeLock;  // guards the three time texts and m_externalSubtitle
   std::string m_currTime;
   std::string m_totalTime;
   std::string m_owner;
@@ -271,9 +277,10 @@ class CPlayer {
   std::string m_seekTime;
   std::vector<playQueueItem_s> m_playQueue;
   size_t m_currTrack;
-  int m_audioTrack;
-  int m_subtitleTrack;
-  std::string m_externalSubtitle;
+  // Reset by a player's thread at each track while commands read them.
+  std::atomic<int> m_audioTrack;
+  std::atomic<int> m_subtitleTrack;
+  std::string m_externalSubtitle;  // guarded by m_timeLock
   std::string m_tmpSubtitle;
   uint32_t m_tid;
   pthread_mutex_t m_lock;

@@ -164,13 +164,16 @@ int CPlayer::savePlayHistory() {
       return 1;
   }
   cmd.add("-p ", std::to_string(getCurrTimeSecond()), " -m 1 ");
-  const std::string& subtitle = !m_externalSubtitle.empty() ? m_externalSubtitle : m_autoPlugSubtitle;
+  std::string subtitle;
+  getExternalSubtitle(subtitle);
+  if (subtitle.empty()) subtitle = m_autoPlugSubtitle;
   if (!subtitle.empty()) {
     if (!can_stand_in_single_quotes(subtitle)) return 1;
     cmd.add("-x '", subtitle, "' ");
   }
-  if (m_subtitleTrack != -1) cmd.add("-s ", std::to_string(m_subtitleTrack), " ");
-  if (m_audioTrack != 0) cmd.add("-a ", std::to_string(m_audioTrack), " ");
+  const int subtitleTrack = m_subtitleTrack, audioTrack = m_audioTrack;
+  if (subtitleTrack != -1) cmd.add("-s ", std::to_string(subtitleTrack), " ");
+  if (audioTrack != 0) cmd.add("-a ", std::to_string(audioTrack), " ");
   if (!m_sencoding.empty()) {
     if (!can_stand_unquoted(m_sencoding)) return 1;
     cmd.add("-e ", m_sencoding, " ");

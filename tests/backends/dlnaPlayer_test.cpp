@@ -234,6 +234,26 @@ TEST(DlnaPlayerLoop, SeekHandsThePositionToTheRenderer) {
   ASSERT_TRUE(waitFor([&] { return p->getCurrTimeSecond() >= 80; }));
 }
 
+TEST(DlnaPlayerLoop, SeekOfVideoWithDefaultSubtitleCarriesIt) {
+  const std::string id = renderId();
+  playertest::sharedRoot().write("/mnt/ext/opt/KIVO/etc/config/Tovud.conf", "default_subtitle = 1\n");
+  Media m = layTracks({"00:02:00"}, MEDIA_VIDEO);
+  const std::string base = m.paths[0].substr(0, m.paths[0].rfind('.'));
+  playertest::sharedRoot().write(base + ".en.srt", "1\n");
+  auto p = makePlayer(m.title);
+  ASSERT_EQ(0, p->play());
+  ASSERT_TRUE(waitFor([&] { return p->getCurrTimeSecond() >= 1; }));
+  EXPECT_EQ(0, p->seek("00:00:50"));
+  std::string escaped;
+  for (char c : base + ".en.srt")
+    escaped += std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '.' ? std::string(1, c)
+                                                                                    : "%" + std::string(c == '/' ? "2F" : "5F");
+  EXPECT_TRUE(hasCall("/usr/bin/brelctl -c setAvTransportUrl --uuid " + id + " --filePath " + m.paths[0] +
+                      " --position 00:00:50 --externalSubtitle " + escaped));
+  // The subtitle asks for the transcoding path: the seek base counts.
+  ASSERT_TRUE(waitFor([&] { return p->getCurrTimeSecond() >= 100; }));
+}
+
 TEST(DlnaPlayerLoop, SeekOfTranscodedVideoOnArmIsRefused) {
   playertest::sharedRoot().write("/sim/uname-m", "armv7l\n");
   Media m = layTracks({"00:02:00"}, MEDIA_VIDEO);
@@ -288,6 +308,13 @@ TEST(DlnaPlayerLoop, NextAndPreviousWrapAndReload) {
   EXPECT_EQ(0, p->next());
   ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 3; }));
   EXPECT_EQ(std::vector<int>({0, 2, 0}), loadedTracks(m));
+  // A next() while the renderer is still taking the previous track.
+  Renderer(renderId()).set("loadDelayMs", "400");
+  EXPECT_EQ(0, p->next());
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 4; }));
+  EXPECT_EQ(0, p->next());
+  ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 5; }));
+  EXPECT_EQ(std::vector<int>({0, 2, 0, 1, 2}), loadedTracks(m));
 }
 
 TEST(DlnaPlayerLoop, StalledOrFailingPositionsEndTheTrack) {
