@@ -139,6 +139,9 @@ int batch_add_playlist(CPlayerManager& manager, XMLNode& root, XMLNode& reply) {
   if (!path) return -3;
   const char* startText = param_text(root, "start");
   int start = startText ? to_int(startText) : 0;
+  // A negative start would shift every row and put the items before order
+  // 0, leaving the playlist's orders with a hole: it appends instead.
+  if (start < 0) start = 0;
 
   struct stat st;
   if (::lstat(path, &st) != 0) {

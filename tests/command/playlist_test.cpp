@@ -164,7 +164,7 @@ TEST_F(PlaylistCommands, BatchAddPositionsAndFileLifecycle) {
                             "<item mediaType=\"video\">N3</item>";
   const Strings appended = {"A:0", "B:0", "C:0", "N1:1", "N2:4", "N3:4"};
   const std::pair<const char*, Strings> cases[] = {
-      {"1", {"A:0", "N1:1", "N2:4", "N3:4", "B:0", "C:0"}}, {"3", appended}, {"9", appended}, {"0", appended}};
+      {"1", {"A:0", "N1:1", "N2:4", "N3:4", "B:0", "C:0"}}, {"3", appended}, {"9", appended}, {"0", appended}, {"-2", appended}};
   for (const auto& c : cases) {
     const std::string title = std::string("P") + c.first;
     make(title, {"A", "B", "C"});
