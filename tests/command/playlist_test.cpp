@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -309,6 +310,26 @@ TEST_F(PlaylistCommands, HostileAndOddValuesStoredVerbatimOrRefused) {
   EXPECT_EQ("4", node(run("SizeOfPlaylist", {{"appType", app}}), "size"));
   EXPECT_EQ(expected, contents("Odd"));
   EXPECT_FALSE(exists(root().path("/tmp/p")));
+}
+
+// The real daemon over its socket: a batch file laid by the client is
+// consumed, the page comes back, and GetUpnpObjectID without filePath ends
+// the daemon.
+TEST(PlaylistSocket, BatchThroughTheDaemonAndTheFatalObjectIdRequest) {
+  testsupport::TestRoot root(false);
+  testsupport::DaemonProcess daemon(root.dir());
+  ASSERT_TRUE(daemon.start()) << daemon.log();
+  root.write("/tmp/list.xml", "<r><playlist>S</playlist><appType>music</appType><item mediaType=\"audio\" "
+                              "contentType=\"file\">/share/Public/#1 Hits ~ 2024.mp3</item></r>");
+  EXPECT_EQ("0", node(daemon.command("BatchAddPlaylist", {{"filePath", root.path("/tmp/list.xml")}}), "status"));
+  EXPECT_FALSE(std::ifstream(root.path("/tmp/list.xml")).good());
+  EXPECT_EQ("/share/Public/#1 Hits ~ 2024.mp3",
+            node(daemon.command("ListContentOfPlaylist", {{"playlist", "S"}, {"appType", "music"}}), "item/content"));
+  std::string reply;
+  EXPECT_NE(0, vessorclient::request(daemon.socketPath(), vessorclient::build_packet("GetUpnpObjectID", {}), reply));
+  int status = -1;
+  EXPECT_TRUE(daemon.waitExit(status));
+  EXPECT_TRUE(daemon.waitForLog("Command:GetUpnpObjectID  --dev:N/A(err)")) << daemon.log();
 }
 
 // A fake player on "Live": its queue read back as contents.
