@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "command/playlistHandlers.h"
 #include "command/vessord.h"
@@ -310,6 +311,15 @@ TEST_F(PlaylistCommands, HostileAndOddValuesStoredVerbatimOrRefused) {
   EXPECT_EQ("4", node(run("SizeOfPlaylist", {{"appType", app}}), "size"));
   EXPECT_EQ(expected, contents("Odd"));
   EXPECT_FALSE(exists(root().path("/tmp/p")));
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(db().dbPath().c_str(), &raw));
+  std::string schema;
+  sqlite3_exec(raw, "SELECT group_concat(name) FROM sqlite_master", [](void* out, int, char** v, char**) {
+    *static_cast<std::string*>(out) = v[0] ? v[0] : "";
+    return 0;
+  }, &schema, nullptr);
+  sqlite3_close(raw);
+  EXPECT_EQ("Version_TBL,PlaylistLib_TBL,Playlist_TBL", schema.substr(0, 40)) << schema;
 }
 
 // The real daemon over its socket: a batch file laid by the client is
