@@ -48,10 +48,36 @@ done
 echo "vessord runs in the simulated appliance $root (pid $pid)"
 echo
 ctl echo
-ctl NoSuchCommand dev=renderer-1
 ctl --get version echo
+ctl NoSuchCommand dev=renderer-1
+
+# A renderer on the simulated network, and three short tracks the media
+# library knows, so the play queue walks through them in a few seconds.
+dev="uuid:living-room-tv"
+printf '%s' "<root><status>success</status><device><deviceId>$dev</deviceId><deviceName>Living Room TV</deviceName><type>video,photo,audio</type><ip>127.0.0.1</ip></device></root>" \
+  >"$root/sim/dlna-devices.xml"
+mkdir -p "$root/sim/renderers"
+music=/share/CACHEDEV1_DATA/Public
+n=0
+for t in "Morning Walk.mp3" "What's Going On?.mp3" "#1 Hits ~ 2024.mp3"; do
+  n=$((n + 1))
+  echo "data" >"$root$music/$t"
+  printf 'd%d\t%d\t0\t%s\t00:00:04\n' "$n" "$((3000 + n))" "$music/$t" >>"$root/sim/media.tsv"
+done
+
+ctl --get device/deviceName ListRender
+ctl CreatePlaylist playlist=Demo playlistType=audio appType=music owner=admin
+for t in "Morning Walk.mp3" "What's Going On?.mp3" "#1 Hits ~ 2024.mp3"; do
+  ctl AddContent playlist=Demo appType=music contentType=file mediaType=audio "content=$music/$t"
+done
+ctl --get size SizeOfListContent playlist=Demo appType=music
+ctl SetPlaylist "dev=$dev" playlist=Demo appType=music
+ctl Play "dev=$dev"
+echo "Polling the status once a second: state, track, position, duration, content"
+ctl --watch 14 --every 1 --get playerState,currTrack,currTime,totalTime,trackContent GetPlayerStatus "dev=$dev"
+ctl Stop "dev=$dev"
 echo "The tool calls the daemon made, as the appliance would see them:"
 sed "s|$root||g" "$root/sim/calls.log" | sort | uniq -c
 echo
 echo "The daemon's command trace:"
-sed 's/\x1b\[[0-9;]*m//g; s/^\[File:[^]]*\]\[Line:[0-9]*\]\[Func:[^]]*\]: //' "$root/daemon.log" | grep -E '^Command:|not found' || true
+sed 's/\x1b\[[0-9;]*m//g; s/^\[File:[^]]*\]\[Line:[0-9]*\]\[Func:[^]]*\]: //' "$root/daemon.log" | grep -E '^Command:|not found' | grep -v '(done)$' | uniq -c || true
