@@ -1,12 +1,20 @@
 // What the player asks of the media library's tools (content addressing, durations, subtitles, share paths, user
 // ids, play history), checked against the stand-ins' call log: the exact command lines, what comes back, and that
 // hostile text never reaches a shell.
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
 
 #include <cctype>
 #include <cstring>
 #include <memory>
 
+#include "foundation/log.h"
 #include "playerTestSupport.h"
 
 using namespace playertest;
@@ -23,7 +31,8 @@ class AgentTest : public ::testing::Test {
   void SetUp() override { sharedRoot().clearCalls(); }
   void TearDown() override {
     for (const char* cmd : {"getFilePath", "browse", "getExternalSubtitle"})
-      ::unlink(sharedRoot().path(std::string("/sim/brelctl/") + cmd + ".reply").c_str());
+      for (const char* kind : {".reply", ".delay"})
+        ::unlink(sharedRoot().path(std::string("/sim/brelctl/") + cmd + kind).c_str());
   }
   static playlistElm_s element(contentType_e type, const std::string& content) {
     playlistElm_s e;
@@ -338,4 +347,67 @@ TEST_F(AgentTest, BareValuesNeverSplitIntoOptions) {
     file->m_sseek = "0";
   }
   EXPECT_TRUE(historyCalls().empty());
+}
+
+namespace {
+
+void on_signal(int) {}
+
+// Runs `call` on a thread of its own while the agent, slow on `command`,
+// has written the first part of its reply: that thread's blocked read is
+// interrupted (no restart) until the call returns, so the read ends in an
+// error after a short read.
+int with_read_error(const std::string& command, const std::function<int()>& call) {
+  sharedRoot().write("/sim/brelctl/" + command + ".delay", "1");
+  struct sigaction sa = {}, old = {};
+  sa.sa_handler = on_signal;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGUSR1, &sa, &old);
+  std::atomic<bool> done{false};
+  int result = -99;
+  std::thread worker([&] {
+    result = call();
+    done = true;
+  });
+  const auto started = [&] {
+    for (const std::string& c : sharedRoot().calls())
+      if (c.find("-c " + command) != std::string::npos) return true;
+    return false;
+  };
+  while (!done && !started()) usleep(2000);
+  while (!done) {
+    pthread_kill(worker.native_handle(), SIGUSR1);
+    usleep(5000);
+  }
+  worker.join();
+  sigaction(SIGUSR1, &old, nullptr);
+  return result;
+}
+
+}  // namespace
+
+// A reply whose read ends in an error is no reply, even with its first part
+// read: the subtitle search logs "faile to fread", and both give -1.
+TEST_F(AgentTest, AReadErrorIsNoReply) {
+  const std::string logFile = sharedRoot().path("/tmp/read-error.log");
+  const int fd = ::open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  ASSERT_GE(fd, 0);
+  vessord::log_set_tee(fd);
+  sharedRoot().write("/sim/brelctl/getExternalSubtitle.reply",
+                     "<root><u:GetExternalSubtitleResponse><Result><DIDL-Lite><ExternalSubtitleTrack>"
+                     "<Path>/share/CACHEDEV1_DATA/Public/clip.srt</Path></ExternalSubtitleTrack></DIDL-Lite></Result>"
+                     "</u:GetExternalSubtitleResponse></root>");
+  CRecordingPlayer p;
+  playlistElm_s e = element(CONTENT_UNKNOWN, "v1003");
+  EXPECT_EQ(-1, with_read_error("getExternalSubtitle", [&] { return p.findAutoPlugSubtitle(e); }));
+  EXPECT_EQ("", p.getAutoPlugSubtitle());
+  sharedRoot().write("/sim/brelctl/browse.reply", "<root><item/></root>");
+  std::string xml = "unchanged";
+  EXPECT_EQ(-1, with_read_error("browse", [&] { return CPlayer::browseByUpnpObjectID("v1001", xml, nullptr, -1, -1,
+                                                                                      nullptr); }));
+  EXPECT_EQ("unchanged", xml);
+  vessord::log_set_tee(-1);
+  ::close(fd);
+  const std::string log = sharedRoot().read("/tmp/read-error.log");
+  EXPECT_NE(std::string::npos, log.find("faile to fread")) << log;
 }
