@@ -288,6 +288,8 @@ TEST(DlnaPlayerLoop, NextAndPreviousWrapAndReload) {
   EXPECT_EQ(0, p->previous());
   ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 2; }));
   EXPECT_EQ(2u, p->getCurrTrackIndex());
+  // A stopped player ignores next(): wait until the reloaded track plays.
+  ASSERT_TRUE(waitFor([&] { return p->getPlayerState() == STATE_PLAY_E; }));
   EXPECT_EQ(0, p->next());
   ASSERT_TRUE(waitFor([&] { return loadedTracks(m).size() >= 3; }));
   EXPECT_EQ(std::vector<int>({0, 2, 0}), loadedTracks(m));
