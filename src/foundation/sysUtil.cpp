@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <netinet/in.h>
 #include <unistd.h>
@@ -59,7 +60,8 @@ namespace {
 
 // How long a stopped child has to end by itself once its pipe is closed.
 constexpr int kStopGraceMs = 300;
-// How often a worker whose child closed its output looks for a stop notice.
+// The longest pause of a worker that waits, without a pidfd, for a child
+// that closed its output.
 constexpr int kExitPollMs = 20;
 
 // Waits for `fd` to be readable or for the stop notice. True when the stop
@@ -68,6 +70,15 @@ bool stop_requested_while_waiting(int fd, int stopFd, int timeoutMs) {
   struct pollfd fds[2] = {{stopFd, POLLIN, 0}, {fd, POLLIN, 0}};
   const int n = ::poll(fds, fd >= 0 ? 2 : 1, timeoutMs);
   return n > 0 && (fds[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
+}
+
+int pidfd_of(pid_t pid) {
+#ifdef SYS_pidfd_open
+  return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+#else
+  (void)pid;
+  return -1;
+#endif
 }
 
 bool child_exited(pid_t pid) {
@@ -114,9 +125,11 @@ void* popen_timeout_wrap(void* arg) {
     if (n < cap) n += static_cast<size_t>(got);
   }
   // A child may close its output and still run: it is waited for as long
-  // as the caller waits, and stopped after that.
-  while (!child_exited(child.pid())) {
-    if (stop_requested_while_waiting(-1, stopFd, kExitPollMs)) {
+  // as the caller waits, and stopped after that. A pidfd wakes the worker
+  // when the child ends; without one, it looks at growing intervals.
+  const UniqueFd exitFd(pidfd_of(child.pid()));
+  for (int pause = 1; !child_exited(child.pid()); pause = std::min(pause * 2, kExitPollMs)) {
+    if (stop_requested_while_waiting(exitFd.get(), stopFd, exitFd.get() >= 0 ? -1 : pause)) {
       child.stop(kStopGraceMs);
       finish_job(*job, -1, nullptr, 0);
       return nullptr;
