@@ -68,7 +68,10 @@ constexpr int kExitPollMs = 20;
 // notice came.
 bool stop_requested_while_waiting(int fd, int stopFd, int timeoutMs) {
   struct pollfd fds[2] = {{stopFd, POLLIN, 0}, {fd, POLLIN, 0}};
-  const int n = ::poll(fds, fd >= 0 ? 2 : 1, timeoutMs);
+  int n;
+  do {
+    n = ::poll(fds, fd >= 0 ? 2 : 1, timeoutMs);
+  } while (n < 0 && errno == EINTR);
   return n > 0 && (fds[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
 }
 
