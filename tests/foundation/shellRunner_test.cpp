@@ -3,14 +3,10 @@
 // that would make the shell do more must stop the line before anything runs.
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-#include <signal.h>
 #include <stdlib.h>
 
-#include <atomic>
 #include <cstdio>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "foundation/nasUtil.h"
@@ -196,33 +192,6 @@ TEST(ShellRunner, RunsTheSystemShellNotOneFromPath) {
   EXPECT_EQ(rc, 0);
   EXPECT_EQ(out, "hi\n");
   EXPECT_FALSE(scratch.exists("/impostor"));
-}
-
-void on_signal(int) {}
-
-// A read that ends in an error is no reply: -1 and nothing read, as the
-// callers' "faile to fread" steps expect.
-TEST(ShellRunner, AReadErrorGivesMinusOne) {
-  struct sigaction sa = {}, old = {};
-  sa.sa_handler = on_signal;  // no SA_RESTART: a blocked read fails with EINTR
-  sigemptyset(&sa.sa_mask);
-  ASSERT_EQ(sigaction(SIGUSR1, &sa, &old), 0);
-  std::atomic<bool> done{false};
-  int rc = -2;
-  std::string out = "stale";
-  std::thread reader([&] {
-    rc = vessord::shell_read(ShellLine("sleep 1; echo late", {}), out, 64);
-    done = true;
-  });
-  const pthread_t handle = reader.native_handle();
-  while (!done) {
-    pthread_kill(handle, SIGUSR1);
-    usleep(5000);
-  }
-  reader.join();
-  sigaction(SIGUSR1, &old, nullptr);
-  EXPECT_EQ(rc, -1);
-  EXPECT_EQ(out, "");
 }
 
 }  // namespace
