@@ -15,10 +15,14 @@
 //
 // A test can put a reply of its own in ROOT/sim/brelctl/<command>.reply: it
 // is printed as it stands instead of the computed one (for replies that are
-// cut, malformed or lack a node). Device state of later commands lives in the
-// same folder.
+// cut, malformed or lack a node). ROOT/sim/brelctl/<command>.delay holds
+// seconds (a fraction allowed) that a slow agent takes: a canned reply is
+// written first and the call ends after the wait; a computed one follows it.
+// Device state of later commands lives in the same folder.
 #include <sys/stat.h>
+#include <time.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -326,6 +330,15 @@ const std::map<std::string, Handler>& command_table() {
 
 }  // namespace
 
+static void pause_for(double seconds) {
+  if (!(seconds > 0)) return;
+  struct timespec ts;
+  ts.tv_sec = static_cast<time_t>(seconds);
+  ts.tv_nsec = static_cast<long>((seconds - static_cast<double>(ts.tv_sec)) * 1e9);
+  while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+  }
+}
+
 int main(int argc, char** argv) {
   Call c;
   c.root = sim::root(argv[0], "/usr/bin/brelctl");
@@ -344,12 +357,17 @@ int main(int argc, char** argv) {
     }
   }
 
+  // A slow agent: a canned reply is written at once and the call ends only
+  // after the wait; a computed one comes after the wait.
+  const double delay = std::strtod(sim::read_file(c.root + "/sim/brelctl/" + c.command + ".delay").c_str(), nullptr);
   const std::string canned = c.root + "/sim/brelctl/" + c.command + ".reply";
   struct stat st;
   if (!c.command.empty() && ::stat(canned.c_str(), &st) == 0) {
-    std::cout << sim::read_file(canned);
+    std::cout << sim::read_file(canned) << std::flush;
+    pause_for(delay);
     return 0;
   }
+  if (!c.command.empty()) pause_for(delay);
 
   sim::RendererCall rc{c.root, c.command, c.opts, -1};
   if (c.command == "setAvTransportUrl") {

@@ -1,6 +1,7 @@
 #include "foundation/shellRunner.h"
 
 #include <fcntl.h>
+#include <glob.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -15,11 +16,6 @@ extern char** environ;
 
 namespace vessord {
 namespace {
-
-// Characters that mean more than themselves to sh when they stand bare.
-bool bare_special(char c) {
-  return std::strchr("|&;<>()$`\"'*?[]#~{}!\n\r", c) != nullptr || c == '\0';
-}
 
 bool read_single(const std::string& t, std::string& out) {
   for (size_t i = 0; i < t.size(); ++i) {
@@ -54,32 +50,166 @@ bool read_double(const std::string& t, std::string& out) {
   return true;
 }
 
-bool read_bare(const std::string& t, std::vector<std::string>& words, bool& leadBlank, bool& trailBlank) {
-  std::string cur;
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+// Template characters that end a word of the line.
+bool word_boundary(char c) { return is_blank(c) || c == '\n' || std::strchr(";|&<>()", c) != nullptr; }
+
+// Characters that make glob(3) read the next one literally when escaped.
+bool glob_meta(char c) { return c == '*' || c == '?' || c == '[' || c == ']' || c == '\\'; }
+
+// One word of a bare value as sh builds it: the text after quote removal,
+// and the pattern that pathname expansion matches when an unquoted `*`, `?`
+// or `[` stands in it.
+struct bareWord_s {
+  std::string text;
+  std::string pattern;
+  bool glob = false;
+};
+
+// Appends a character that quoting or a backslash made literal.
+void put_literal(bareWord_s& w, char c) {
+  w.text += c;
+  if (glob_meta(c)) w.pattern += '\\';
+  w.pattern += c;
+}
+
+// Reads a bare value into words. `startsWord` tells whether the value's first
+// character begins a word of the line. False when sh would act on the text:
+// run or redirect something, expand a parameter, end the line, start a
+// comment, expand a tilde or braces, or take quotes that the value opens
+// and does not close.
+bool read_bare(const std::string& t, bool startsWord, std::vector<bareWord_s>& words, bool& leadBlank,
+               bool& trailBlank) {
+  words.clear();
+  bareWord_s cur;
   bool inWord = false;
-  leadBlank = !t.empty() && (t[0] == ' ' || t[0] == '\t');
+  bool atStart = startsWord;
+  // A `{` that a `,` or `..` and then a `}` follow is a brace expansion to bash.
+  bool braceOpen = false, braceList = false;
+  leadBlank = !t.empty() && is_blank(t[0]);
   trailBlank = false;
   for (size_t i = 0; i < t.size(); ++i) {
-    char c = t[i];
-    if (c == ' ' || c == '\t') {
-      if (inWord) words.push_back(cur), cur.clear(), inWord = false;
+    const char c = t[i];
+    if (is_blank(c)) {
+      if (inWord) words.push_back(cur), cur = bareWord_s(), inWord = false;
+      atStart = true;
+      braceOpen = braceList = false;
       trailBlank = true;
       continue;
     }
     trailBlank = false;
-    if (c == '\\') {
-      if (i + 1 >= t.size() || t[i + 1] == '\n' || t[i + 1] == '\0') return false;
-      cur += t[++i];
-      inWord = true;
-      continue;
-    }
-    if (bare_special(c)) return false;
-    cur += c;
+    const bool first = atStart;
+    atStart = false;
     inWord = true;
+    switch (c) {
+      case '\\':
+        if (i + 1 >= t.size() || t[i + 1] == '\n' || t[i + 1] == '\0') return false;
+        put_literal(cur, t[++i]);
+        continue;
+      case '\'': {
+        const size_t close = t.find('\'', i + 1);
+        if (close == std::string::npos) return false;
+        for (size_t k = i + 1; k < close; ++k) put_literal(cur, t[k]);
+        i = close;
+        continue;
+      }
+      case '"': {
+        size_t k = i + 1;
+        for (; k < t.size() && t[k] != '"'; ++k) {
+          if (t[k] == '$' || t[k] == '`') return false;
+          if (t[k] == '\\' && k + 1 < t.size() && std::strchr("$`\"\\", t[k + 1])) ++k;
+          else if (t[k] == '\\' && k + 1 < t.size() && t[k + 1] == '\n') return false;
+          put_literal(cur, t[k]);
+        }
+        if (k >= t.size()) return false;
+        i = k;
+        continue;
+      }
+      // Another command, a redirection, an expansion, a subshell or the end
+      // of the line.
+      case ';': case '|': case '&': case '<': case '>': case '$': case '`': case '(': case ')': case '\n':
+      case '\0':
+        return false;
+      case '#': case '~':
+        if (first) return false;  // a comment, a home directory
+        break;
+      case '*': case '?': case '[':
+        cur.glob = true;
+        break;
+      case '{':
+        braceOpen = true;
+        braceList = false;
+        break;
+      case ',':
+        if (braceOpen) braceList = true;
+        break;
+      case '.':
+        if (braceOpen && i + 1 < t.size() && t[i + 1] == '.') braceList = true;
+        break;
+      case '}':
+        if (braceOpen && braceList) return false;
+        braceOpen = false;
+        break;
+      default:
+        break;
+    }
+    cur.text += c;
+    cur.pattern += c;
   }
   if (inWord) words.push_back(cur);
   return true;
 }
+
+// Pathname expansion as sh performs it on a word with an unquoted pattern
+// character: the sorted matches, or the word itself when nothing matches.
+void expand_word(const bareWord_s& w, std::vector<std::string>& out) {
+  if (!w.glob) {
+    out.push_back(w.text);
+    return;
+  }
+  glob_t g;
+  std::memset(&g, 0, sizeof g);
+  if (::glob(w.pattern.c_str(), 0, nullptr, &g) == 0) {
+    for (size_t k = 0; k < g.gl_pathc; ++k) out.push_back(g.gl_pathv[k]);
+  } else {
+    out.push_back(w.text);
+  }
+  globfree(&g);
+}
+
+// A word that would reach the tool as an option it was not meant to get.
+// Negative numbers pass: the daemon formats them itself.
+bool option_like(const std::string& word) {
+  if (word.size() < 2 || word[0] != '-') return false;
+  for (size_t k = 1; k < word.size(); ++k)
+    if (word[k] < '0' || word[k] > '9') return true;
+  return false;
+}
+
+// The words that sh makes of a bare value, as the tool receives them. False
+// when the value is refused: sh would act on it, a word of its own would
+// begin with '-', a pattern word is glued to the template's text, or (with
+// ONE_WORD) it would make more than one word.
+bool bare_words(const std::string& value, bool joinsBefore, bool joinsAfter, BareWords mode,
+                std::vector<std::string>& out, bool& leadBlank, bool& trailBlank) {
+  out.clear();
+  std::vector<bareWord_s> words;
+  if (!read_bare(value, !joinsBefore, words, leadBlank, trailBlank)) return false;
+  for (size_t k = 0; k < words.size(); ++k) {
+    const bool gluedBefore = k == 0 && joinsBefore && !leadBlank;
+    const bool gluedAfter = k + 1 == words.size() && joinsAfter && !trailBlank;
+    // sh would match the whole word, template text included; no template does that.
+    if (words[k].glob && (gluedBefore || gluedAfter)) return false;
+    const size_t from = out.size();
+    expand_word(words[k], out);
+    for (size_t j = from; j < out.size(); ++j)
+      if (!(gluedBefore && j == from) && option_like(out[j])) return false;
+  }
+  return mode == BareWords::SPLIT || out.size() <= 1;
+}
+
+const char kShell[] = "/bin/sh";
 
 std::string param(size_t n) { return "${" + std::to_string(n) + "}"; }
 
@@ -102,7 +232,7 @@ bool shell_read_value(const std::string& text, ShellSlot slot, std::vector<std::
       w.push_back(one);
       return true;
     case ShellSlot::BARE:
-      return read_bare(text, w, lead, trail);
+      return bare_words(text, false, false, BareWords::ONE_WORD, w, lead, trail);
   }
   return false;
 }
@@ -112,6 +242,10 @@ ShellLine::ShellLine(const char* format, std::initializer_list<std::string> valu
 }
 
 ShellLine::ShellLine(const char* format, const std::vector<std::string>& values) { compose(format, values); }
+
+ShellLine::ShellLine(const char* format, const std::vector<std::string>& values, BareWords bare) : m_bare(bare) {
+  compose(format, values);
+}
 
 void ShellLine::compose(const char* format, const std::vector<std::string>& values) {
   // Fixed paths of the template move under the test root before anything
@@ -135,7 +269,11 @@ void ShellLine::compose(const char* format, const std::vector<std::string>& valu
       std::vector<std::string> words;
       bool lead = false, trail = false;
       if (state == ShellSlot::BARE) {
-        if (value.find('\0') != std::string::npos || !read_bare(value, words, lead, trail)) m_ok = false;
+        const bool joinsBefore = !m_script.empty() && !word_boundary(m_script.back());
+        const bool joinsAfter = i + 1 < templ.size() && !word_boundary(templ[i + 1]);
+        if (value.find('\0') != std::string::npos ||
+            !bare_words(value, joinsBefore, joinsAfter, m_bare, words, lead, trail))
+          m_ok = false;
         if (lead) m_script += ' ';
         for (size_t k = 0; k < words.size(); ++k) {
           if (k) m_script += ' ';
@@ -222,7 +360,8 @@ bool ShellChild::start(const ShellLine& line, bool captureOutput) {
   argv.push_back(nullptr);
 
   pid_t pid = -1;
-  int rc = posix_spawnp(&pid, "sh", &actions, &attr, argv.data(), environ);
+  // The system's shell, as popen and system use it; never one found in PATH.
+  int rc = posix_spawn(&pid, kShell, &actions, &attr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attr);
   if (captureOutput) ::close(fds[1]);
@@ -248,6 +387,29 @@ bool ShellChild::start(const ShellLine& line, bool captureOutput) {
 size_t ShellChild::read(char* buf, size_t cap) {
   if (!m_out || cap == 0) return 0;
   return std::fread(buf, 1, cap, m_out);
+}
+
+bool ShellChild::read_failed() const { return m_out && std::ferror(m_out); }
+
+int ShellChild::output_fd() const { return m_out ? fileno(m_out) : -1; }
+
+int ShellChild::stop(int graceMs) {
+  if (m_out) {
+    std::fclose(m_out);
+    m_out = nullptr;
+  }
+  if (m_pid <= 0) return -1;
+  // Looks without reaping: the group id stays the child's until it is reaped.
+  for (int waited = 0; waited < graceMs; waited += 10) {
+    siginfo_t info;
+    info.si_pid = 0;
+    if (::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0)
+      break;
+    ::usleep(10000);
+  }
+  // Whatever the group still runs goes with it.
+  ::kill(-m_pid, SIGKILL);
+  return wait();
 }
 
 bool ShellChild::read_line(std::string& line, size_t max) {
@@ -288,6 +450,11 @@ int shell_read(const ShellLine& line, std::string& out, size_t cap) {
   if (!child.start(line)) return -1;
   out.resize(cap);
   out.resize(child.read(&out[0], cap));
+  if (out.size() < cap && child.read_failed()) {
+    out.clear();
+    child.wait();
+    return -1;
+  }
   child.wait();
   return 0;
 }

@@ -23,9 +23,16 @@ namespace vessord {
 
 enum class ShellSlot { BARE, SINGLE_QUOTED, DOUBLE_QUOTED };
 
+// How many words a bare value may become. ONE_WORD is the rule; SPLIT is for
+// the one command line whose contract hands the tool a path with a blank as
+// two words (the object id lookup of the command service): its words are
+// still read as sh reads them, and a word beginning with '-' still refuses it.
+enum class BareWords { ONE_WORD, SPLIT };
+
 // Reads `text` as sh would in `slot`. True when the shell would take it as
 // literal text only; `words` then receives the resulting words (one for the
-// quoted slots; zero or more for a bare one).
+// quoted slots; none or one for a bare value that stands as a word of its own,
+// after pathname expansion).
 bool shell_read_value(const std::string& text, ShellSlot slot, std::vector<std::string>* words = nullptr);
 
 // The checks that callers run on a client's or a device's text before they
@@ -42,6 +49,8 @@ class ShellLine {
  public:
   ShellLine(const char* format, std::initializer_list<std::string> values);
   ShellLine(const char* format, const std::vector<std::string>& values);
+  // With BareWords::SPLIT, a bare value may become several words.
+  ShellLine(const char* format, const std::vector<std::string>& values, BareWords bare);
 
   // False when a value could not stand in its place; such a line never runs.
   bool ok() const { return m_ok; }
@@ -55,6 +64,7 @@ class ShellLine {
  private:
   void compose(const char* format, const std::vector<std::string>& values);
 
+  BareWords m_bare = BareWords::ONE_WORD;
   bool m_ok = true;
   std::string m_display;
   std::string m_script;
@@ -81,8 +91,17 @@ class ShellChild {
   bool running() const { return m_pid > 0; }
   pid_t pid() const { return m_pid; }
 
-  // fread semantics: reads until `cap` bytes or the end of the output.
+  // fread semantics: reads until `cap` bytes, the end of the output, or a
+  // read error (then read_failed() is true).
   size_t read(char* buf, size_t cap);
+  bool read_failed() const;
+  // The reading end, for a caller that waits on it with poll(); -1 without.
+  int output_fd() const;
+
+  // Ends a child that ran too long: closes the reading end (a writer meets a
+  // closed pipe), gives the child up to `graceMs` to end, then kills its
+  // process group and reaps it. Returns the wait status, or -1.
+  int stop(int graceMs);
   // fgets semantics: one line of at most `max` - 1 bytes, with its line feed.
   bool read_line(std::string& line, size_t max);
 
@@ -102,7 +121,8 @@ class ShellChild {
 int shell_system(const ShellLine& line);
 
 // popen + one fread of at most `cap` bytes + pclose. -1 when nothing could
-// run, else 0 with `out` holding what was read.
+// run or the read ended in an error (`out` empty), else 0 with `out` holding
+// what was read.
 int shell_read(const ShellLine& line, std::string& out, size_t cap);
 
 // popen + one fgets of at most `max` - 1 bytes + pclose. -1 when nothing

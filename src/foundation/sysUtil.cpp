@@ -3,11 +3,17 @@
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <netinet/in.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -45,9 +51,46 @@ void finish_job(externalCmdJob_s& job, int result, const char* data, size_t n) {
 
 }  // namespace
 
-externalCmdJob_s::externalCmdJob_s(const vessord::ShellLine& cmd) : line(cmd) {
+externalCmdJob_s::externalCmdJob_s(const vessord::ShellLine& cmd)
+    : line(cmd), stopFd(::eventfd(0, EFD_CLOEXEC)) {
   std::snprintf(command, sizeof command, "%s", cmd.display().c_str());
 }
+
+namespace {
+
+// How long a stopped child has to end by itself once its pipe is closed.
+constexpr int kStopGraceMs = 300;
+// The longest pause of a worker that waits, without a pidfd, for a child
+// that closed its output.
+constexpr int kExitPollMs = 20;
+
+// Waits for `fd` to be readable or for the stop notice. True when the stop
+// notice came.
+bool stop_requested_while_waiting(int fd, int stopFd, int timeoutMs) {
+  struct pollfd fds[2] = {{stopFd, POLLIN, 0}, {fd, POLLIN, 0}};
+  int n;
+  do {
+    n = ::poll(fds, fd >= 0 ? 2 : 1, timeoutMs);
+  } while (n < 0 && errno == EINTR);
+  return n > 0 && (fds[0].revents & (POLLIN | POLLERR | POLLHUP)) != 0;
+}
+
+int pidfd_of(pid_t pid) {
+#ifdef SYS_pidfd_open
+  return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+#else
+  (void)pid;
+  return -1;
+#endif
+}
+
+bool child_exited(pid_t pid) {
+  siginfo_t info;
+  info.si_pid = 0;
+  return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
+}
+
+}  // namespace
 
 void* popen_timeout_wrap(void* arg) {
   std::shared_ptr<externalCmdJob_s> job;
@@ -67,16 +110,33 @@ void* popen_timeout_wrap(void* arg) {
     finish_job(*job, -1, nullptr, 0);
     return nullptr;
   }
+  const int stopFd = job->stopFd.get();
+  const int fd = child.output_fd();
   size_t n = 0;
-  while (n < cap) {
-    size_t got = child.read(buf.get() + n, cap - n);
-    if (got == 0) break;
-    n += got;
-  }
-  // Read the rest away so that a talkative child is not stopped by a full
-  // pipe; only the first bytes are kept.
   char sink[4096];
-  while (child.read(sink, sizeof sink) > 0) {
+  // Reads to the end of the output, keeping the first bytes only, so that a
+  // talkative child is not stopped by a full pipe.
+  for (;;) {
+    if (stop_requested_while_waiting(fd, stopFd, -1)) {
+      child.stop(kStopGraceMs);
+      finish_job(*job, -1, nullptr, 0);
+      return nullptr;
+    }
+    const ssize_t got = n < cap ? ::read(fd, buf.get() + n, cap - n) : ::read(fd, sink, sizeof sink);
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (got <= 0) break;
+    if (n < cap) n += static_cast<size_t>(got);
+  }
+  // A child may close its output and still run: it is waited for as long
+  // as the caller waits, and stopped after that. A pidfd wakes the worker
+  // when the child ends; without one, it looks at growing intervals.
+  const UniqueFd exitFd(pidfd_of(child.pid()));
+  for (int pause = 1; !child_exited(child.pid()); pause = std::min(pause * 2, kExitPollMs)) {
+    if (stop_requested_while_waiting(exitFd.get(), stopFd, exitFd.get() >= 0 ? -1 : pause)) {
+      child.stop(kStopGraceMs);
+      finish_job(*job, -1, nullptr, 0);
+      return nullptr;
+    }
   }
   child.wait();
   finish_job(*job, 0, buf.get(), n);
@@ -91,26 +151,38 @@ int execute_external_cmd(const vessord::ShellLine& line, std::string& output, in
   }
   ThreadSingleLock guard(g_externalCmdLock);
   auto job = std::make_shared<externalCmdJob_s>(line);
+  if (job->stopFd.get() < 0) return -1;
 
-  // The worker keeps its own reference: a late child is still read and
-  // reaped after this call has given up on it.
   auto* ref = new std::shared_ptr<externalCmdJob_s>(job);
   pthread_t worker;
   if (pthread_create(&worker, nullptr, popen_timeout_wrap, ref) != 0) {
     delete ref;
     return -1;
   }
-  pthread_detach(worker);
 
   // The limit counts tenths of a second from the moment the lock is held;
   // the worker's notice ends the wait at once.
   const long long tenths = seconds > 0 ? static_cast<long long>(seconds) * 10 : 0;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100) * tenths;
-  std::unique_lock<std::mutex> lk(job->lock);
-  job->doneCond.wait_until(lk, deadline, [&] { return job->done != 0; });
-  if (!job->done) return -1;
-  if (job->result == 0) output.assign(job->output, strnlen(job->output, sizeof job->output));
-  return job->result;
+  int result = -1;
+  bool finished = false;
+  {
+    std::unique_lock<std::mutex> lk(job->lock);
+    job->doneCond.wait_until(lk, deadline, [&] { return job->done != 0; });
+    finished = job->done != 0;
+    if (finished) {
+      result = job->result;
+      if (result == 0) output.assign(job->output, strnlen(job->output, sizeof job->output));
+    }
+  }
+  if (!finished) {
+    // Too late: the worker closes the pipe, stops the child and reaps it.
+    const uint64_t one = 1;
+    ssize_t w = ::write(job->stopFd.get(), &one, sizeof one);
+    (void)w;
+  }
+  pthread_join(worker, nullptr);
+  return result;
 }
 
 int execute_external_cmd(const char* command, std::string& output, int seconds) {
@@ -162,4 +234,9 @@ void memory_dump(const unsigned char* data, int len) {
     std::putchar('\n');
   }
   std::fflush(stdout);
+}
+
+void UniqueFd::reset(int fd) {
+  if (m_fd >= 0) ::close(m_fd);
+  m_fd = fd;
 }

@@ -10,6 +10,20 @@
 
 #include "foundation/shellRunner.h"
 
+// Owns a descriptor: closed with the object.
+class UniqueFd {
+ public:
+  explicit UniqueFd(int fd = -1) : m_fd(fd) {}
+  ~UniqueFd() { reset(); }
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  int get() const { return m_fd; }
+  void reset(int fd = -1);
+
+ private:
+  int m_fd;
+};
+
 // What execute_external_cmd shares with its worker thread. The caller and the
 // worker each hold a shared_ptr to it, so the record outlives a caller that
 // gave up waiting.
@@ -23,6 +37,7 @@ struct externalCmdJob_s {
   char output[8192] = {};      // the bytes read, zero-filled behind them
 
   vessord::ShellLine line;     // what runs
+  UniqueFd stopFd;             // an eventfd: the caller's notice that the limit passed
   std::mutex lock;             // guards result, done and output
   std::condition_variable doneCond;
 };
@@ -34,15 +49,18 @@ extern pthread_mutex_t g_externalCmdLock;
 // Runs `command` through sh, waiting at most `seconds` (counted in tenths of
 // a second) once the lock is held. 0 with the first 8192 bytes of output in
 // `output` (the exit status plays no part); -1 with an empty `output` on a
-// time-out or failure. A child that outlives its limit is left running and
-// reaped later. The text runs as it stands: a '%' in it is an ordinary
-// character (it is never read as a format).
+// time-out or failure. When the limit passes, the worker closes the reading
+// end (a writing child meets a closed pipe), gives the child a moment to
+// end, kills its process group and reaps it; the call returns once the
+// worker has ended, so neither outlives the command. The text runs as it
+// stands: a '%' in it is an ordinary character (it is never read as a format).
 int execute_external_cmd(const char* command, std::string& output, int seconds);
 // The same for a composed line; a line that is not ok() gives -1 at once.
 int execute_external_cmd(const vessord::ShellLine& line, std::string& output, int seconds);
 
 // The worker's body. `job` is a new'd std::shared_ptr<externalCmdJob_s>,
 // which the worker takes over: the record lives until both sides are done.
+// It reads until the end of the output or until the stop notice.
 void* popen_timeout_wrap(void* job);
 
 // 1 when the file can be read, else 0. The path is used as given (a caller

@@ -97,7 +97,9 @@ int CPlayer::upnpObjectToFilePath(const std::string& objectID, std::string& path
 int CPlayer::filePathToObjectID(const std::string& path, std::string& objectID) {
   std::string quoted = shell_quoted_path(path, static_cast<int>(kPathBuf));
   if (quoted.empty() && !path.empty()) return -1;
-  // The escaped path stands bare; what escaping left special refuses it.
+  // The escaped path stands bare and is read as sh reads it (a `?` left
+  // unescaped is a pattern); one that sh would act on, or that would become
+  // more than one argument, is refused.
   if (!can_stand_unquoted(quoted)) return -1;
   AgentCommand cmd("/usr/bin/brelctl -c getObjectID --filePath %s", {quoted});
   return ask_agent(cmd, nullptr, "objectID", objectID);

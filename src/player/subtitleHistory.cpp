@@ -81,11 +81,18 @@ int CPlayer::findAutoPlugSubtitle(playlistElm_s& elm) {
   AgentCommand cmd("/usr/bin/brelctl -c getExternalSubtitle --objectID '%s'", {objectID});
   if (!cmd.fits(kLineBuf)) return -1;
   const ShellLine line = cmd.line();
-  std::string reply;
-  if (!vessord::player::agent_read(line, reply)) {
+  ShellChild child;
+  if (!child.start(line)) {
     VLOG(LOG_COLOR_FAIL, "Execute %s failed\n", line.display().c_str());
     return -1;
   }
+  std::string reply(vessord::player::kAgentBuf, '\0');
+  reply.resize(child.read(&reply[0], reply.size()));
+  if (reply.size() < vessord::player::kAgentBuf && child.read_failed()) {
+    VLOG(LOG_COLOR_FAIL, "faile to fread\n");
+    return -1;
+  }
+  child.wait();
   XMLNode node = XMLNode::parseString(reply.c_str(), nullptr);
   for (const char* name : {"u:GetExternalSubtitleResponse", "Result", "DIDL-Lite", "ExternalSubtitleTrack", "Path"}) {
     if (node.isEmpty()) break;

@@ -3,6 +3,8 @@
 // that would make the shell do more must stop the line before anything runs.
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@
 
 namespace {
 
+using vessord::BareWords;
 using vessord::ShellLine;
 
 // What sh itself prints for the line as it reads.
@@ -48,7 +51,7 @@ TEST(ShellRunner, HarmlessValuesGiveTheArgumentsOfThePlainLine) {
       {kSingle, "\xe9\x9b\xbb\xe5\xbd\xb1 1.mkv\nline"},
       {kDouble, "two words it's"}, {kDouble, ""}, {kDouble, "say \\\"hi\\\" for \\$5 and \\`x\\`"},
       {kDouble, "back\\\\slash and \\n kept * ? ; | & > < # ~ \xe9\x9b\xbb\xe5\xbd\xb1"},
-      {kBare, "word"}, {kBare, ""}, {kBare, "  spaced \t out  "}, {kBare, "a\\ b\\;c"},
+      {kBare, "word"}, {kBare, ""}, {kBare, "  spaced\\ \t  "}, {kBare, "a\\ b\\;c"},
       {kBare, quoted_name("my (1) file's [x] {y} = z!.mkv")},
       {kBare, quoted_name("caf\xc3\xa9 \xe9\x9b\xbb\xe5\xbd\xb1,1^2`x`$y\"q\".mp3")},
   };
@@ -59,8 +62,9 @@ TEST(ShellRunner, HarmlessValuesGiveTheArgumentsOfThePlainLine) {
     ASSERT_EQ(vessord::shell_read(line, viaRunner, 4096), 0) << line.display();
     EXPECT_EQ(viaRunner, run_plain(line.display())) << "value [" << c.value << "] line " << line.display();
   }
-  // Several slots and literal percents; more values than slots is a caller's error.
-  ShellLine line("printf '%%s=%s,' '%s' \"%s\" %s", {"a b", "c'\\''d", "e f", "g h"});
+  // Several slots and literal percents (a bare value split as sh splits it); more values than slots is a caller's error.
+  ShellLine line("printf '%%s=%s,' '%s' \"%s\" %s", {"a b", "c'\\''d", "e f", "g h"},
+                 BareWords::SPLIT);
   std::string out;
   ASSERT_EQ(vessord::shell_read(line, out, 4096), 0);
   EXPECT_EQ(out, "c'd=a b,e f=a b,g=a b,h=a b,");
@@ -79,11 +83,11 @@ TEST(ShellRunner, HostileValuesRunNothing) {
       {kDouble, "x\"; " + touch + "; \""}, {kDouble, "ends in a backslash\\"},
       {kBare, "$(" + touch + ")"},        {kBare, "`" + touch + "`"},     {kBare, "a;" + touch},
       {kBare, "a|" + touch},              {kBare, "a&&" + touch},         {kBare, "a>" + hit},
-      {kBare, "a<" + hit},                {kBare, "a\n" + touch},         {kBare, "*"},
-      {kBare, "file?.mkv"},               {kBare, "[ab]"},                {kBare, "#comment"},
+      {kBare, "a<" + hit},                {kBare, "a\n" + touch},         {kBare, "#comment"},
       {kBare, "~root"},                   {kBare, "x'y"},                 {kBare, "x\"y"},
-      {kBare, "(sub)"},                   {kBare, "{a,b}"},               {kBare, "trailing\\"},
-      {kBare, std::string("nul\0byte", 8)},
+      {kBare, "(sub)"},                   {kBare, "a(b"},                 {kBare, "{a,b}"},
+      {kBare, "x{1..3}"},                 {kBare, "trailing\\"},         {kBare, "\"$(" + touch + ")\""},
+      {kBare, "a\\\n" + touch},          {kBare, std::string("nul\0byte", 8)},
   };
   for (const slotCase_s& c : cases) {
     const std::string format = "touch " + marker + "; " + c.format;
@@ -99,6 +103,95 @@ TEST(ShellRunner, HostileValuesRunNothing) {
   }
   EXPECT_FALSE(scratch.exists("/ran")) << "a refused line ran";
   EXPECT_FALSE(scratch.exists("/hit")) << "a value ran a command";
+}
+
+// Names that users really give their files, escaped as the daemon escapes a
+// path, reach the tool as the one word sh makes of them: `#` and `~` inside a
+// word, and `?`/`*`/`[` patterns, which sh matches against the disk.
+TEST(ShellRunner, EscapedPathsGiveTheWordShGives) {
+  testsupport::TestRoot scratch(false);
+  const std::string dir = scratch.path("/Music");
+  for (const char* name : {"What's Going On?.mp3", "a1.mp3", "a2.mp3", "b1.mp3", ".hidden.mp3"})
+    scratch.write(std::string("/Music/") + name, "x");
+  std::vector<std::string> values;
+  for (const char* name : {"What's Going On?.mp3", "Gone?.mp3", "AC/DC - Live [1991] {Remaster}.flac",
+                           "Don't Stop!.mp3", "50% Off.mp4", "Song #1.mp3", "~Song.mp3", "#1 Hits ~ 2024.mp3",
+                           "\xc3\x87" "a va.mkv", "two  blanks.mp3", "*.none", "b1*", "x[1.mp3", "*hidden.mp3"})
+    values.push_back(quoted_name((dir + "/" + name).c_str()));
+  // Patterns and quotes that no escaping made: sh's reading still holds.
+  for (const char* raw : {"/b[1].mp3", "/b[!x]1.mp3", "/'a b'\"c d\"", "/x#y~z", "/a\\?.mp3", "/[ab]2.mp3"})
+    values.push_back(dir + raw);
+  for (const std::string& v : values) {
+    ShellLine line(kBare, {v});
+    ASSERT_TRUE(line.ok()) << "refused: [" << v << "]";
+    ASSERT_EQ(line.args().size(), 1u) << v;
+    std::string viaRunner;
+    ASSERT_EQ(vessord::shell_read(line, viaRunner, 4096), 0) << line.display();
+    EXPECT_EQ(viaRunner, run_plain(line.display())) << "value [" << v << "]";
+  }
+  // What the shell matched is what the tool gets.
+  EXPECT_EQ(ShellLine(kBare, {dir + "/b?.mp3"}).args(), std::vector<std::string>{dir + "/b1.mp3"});
+  std::vector<std::string> words;
+  ASSERT_TRUE(vessord::shell_read_value(quoted_name((dir + "/What's Going On?.mp3").c_str()), vessord::ShellSlot::BARE,
+                                        &words));
+  EXPECT_EQ(words, std::vector<std::string>{dir + "/What's Going On?.mp3"});
+}
+
+// A value put bare on a line must stay one argument and never become an
+// option: a tab, an unescaped blank, a stray UTF-8 lead byte that swallows a
+// tab, or a pattern with several matches would split it; a leading '-'
+// would make it an option.
+TEST(ShellRunner, ABareValueNeverBecomesMoreArguments) {
+  testsupport::TestRoot scratch(false);
+  scratch.write("/d/a1.mp3", "x");
+  scratch.write("/d/a2.mp3", "x");
+  const std::vector<std::string> refused = {
+      "x\t--dbID\t1001", "1 OR 1=1", "-e", "--filePath", "'-x'", "\\-x", "a\n",
+      quoted_name("/share/\xc3\t--dbID\t1001"), scratch.path("/d/a?.mp3"), " -1x"};
+  for (const std::string& v : refused) {
+    EXPECT_FALSE(ShellLine("printf '<%%s>' -e %s", {v}).ok()) << "accepted: [" << v << "]";
+    EXPECT_FALSE(vessord::can_stand_unquoted(v)) << v;
+  }
+  // Negative numbers, a dash inside a word, a dash the template wrote, a
+  // value that makes no word at all.
+  const std::vector<std::pair<std::string, std::string>> kept = {
+      {"-1", "<-1>"}, {"x-y", "<x-y>"}, {"", "<>"}, {"  ", "<>"}, {"a\\ -b", "<a -b>"}};
+  for (const auto& k : kept) {
+    std::string out;
+    ASSERT_EQ(vessord::shell_read(ShellLine("printf '<%%s>' %s", {k.first}), out, 4096), 0) << k.first;
+    EXPECT_EQ(out, k.second);
+  }
+  std::string out;
+  ASSERT_EQ(vessord::shell_read(ShellLine("printf '<%%s>' -%s", {"-x"}), out, 4096), 0);
+  EXPECT_EQ(out, "<--x>");
+  // A pattern glued to the template's text would be matched as a whole: no template does that.
+  EXPECT_FALSE(ShellLine("printf '<%%s>' x%s", {"*"}).ok());
+
+  // The one line that opts in gets the words sh makes, read the same way.
+  const std::string pattern = scratch.path("/d/a?.mp3");
+  for (const std::string& v : {std::string("/share/a b  c.mp3"), pattern + " " + pattern, std::string("\t x\\ y ")}) {
+    ShellLine line("printf '<%%s>' %s end", {v}, BareWords::SPLIT);
+    ASSERT_TRUE(line.ok()) << v;
+    ASSERT_EQ(vessord::shell_read(line, out, 4096), 0);
+    EXPECT_EQ(out, run_plain(line.display())) << v;
+  }
+  for (const char* v : {"/share/a -x", "/share/a #x", "/share/a ~x", "/share/a;b"})
+    EXPECT_FALSE(ShellLine("printf '<%%s>' %s", {v}, BareWords::SPLIT).ok()) << v;
+}
+
+// The runner uses the system's shell as popen and system do, whatever PATH says.
+TEST(ShellRunner, RunsTheSystemShellNotOneFromPath) {
+  testsupport::TestRoot scratch(false);
+  scratch.write("/bin/sh", "#!/bin/sh\ntouch " + scratch.path("/impostor") + "\nexec /bin/sh \"$@\"\n", 0755);
+  const char* old = getenv("PATH");
+  const std::string saved = old ? old : "";
+  setenv("PATH", (scratch.path("/bin") + ":" + saved).c_str(), 1);
+  std::string out;
+  const int rc = vessord::shell_read(ShellLine("echo %s", {"hi"}), out, 64);
+  setenv("PATH", saved.c_str(), 1);
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(out, "hi\n");
+  EXPECT_FALSE(scratch.exists("/impostor"));
 }
 
 }  // namespace

@@ -1,10 +1,20 @@
 // What the player asks of the media library's tools (content addressing, durations, subtitles, share paths, user
 // ids, play history), checked against the stand-ins' call log: the exact command lines, what comes back, and that
 // hostile text never reaches a shell.
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include <cctype>
+#include <cstring>
 #include <memory>
 
+#include "foundation/log.h"
 #include "playerTestSupport.h"
 
 using namespace playertest;
@@ -21,7 +31,8 @@ class AgentTest : public ::testing::Test {
   void SetUp() override { sharedRoot().clearCalls(); }
   void TearDown() override {
     for (const char* cmd : {"getFilePath", "browse", "getExternalSubtitle"})
-      ::unlink(sharedRoot().path(std::string("/sim/brelctl/") + cmd + ".reply").c_str());
+      for (const char* kind : {".reply", ".delay"})
+        ::unlink(sharedRoot().path(std::string("/sim/brelctl/") + cmd + kind).c_str());
   }
   static playlistElm_s element(contentType_e type, const std::string& content) {
     playlistElm_s e;
@@ -242,4 +253,161 @@ TEST_F(AgentTest, NothingIsWrittenWithoutOwnerPositionOrSafeText) {
   auto db = playing(testTitle("-db"), {"1003 ; reboot"}, CONTENT_DBID, "00:00:10");
   EXPECT_EQ(1, db->savePlayHistory());  // a database id stands bare
   EXPECT_TRUE(historyCalls().empty());
+}
+
+namespace {
+
+// An argument as the stand-ins write it to the call log.
+std::string logged(const std::string& a) {
+  bool plain = !a.empty();
+  for (unsigned char c : a)
+    if (!(std::isalnum(c) || std::strchr("_./:=@%+,-", c))) plain = false;
+  if (plain) return a;
+  std::string out = "'";
+  for (char c : a) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+}  // namespace
+
+// Names that users really give their files go through every operation that
+// puts a path on a command line, and each tool gets the path as one argument.
+TEST_F(AgentTest, RealFileNamesReachEachToolAsOneArgument) {
+  const std::string dir = "/share/CACHEDEV1_DATA/Multimedia/Music/";
+  const Strings names = {"What's Going On?.mp3", "AC/DC - Live [1991] {Remaster}.flac", "Don't Stop!.mp3",
+                         "50% Off.mp4", "#1 Hits ~ 2024.mp3", "\xc3\x87" "a va.mkv", "Song #1.mp3", "~Song.mp3",
+                         "two  blanks.mp3"};
+  const std::string library = sharedRoot().read("/sim/media.tsv");
+  std::string extra;
+  for (size_t i = 0; i < names.size(); ++i) {
+    extra += "x" + std::to_string(500 + i) + "\t" + std::to_string(500 + i) + "\t2\t" + dir + names[i] + "\t00:0" +
+             std::to_string(i) + ":00\n";
+    sharedRoot().write(dir + names[i], "media");
+  }
+  sharedRoot().write("/sim/media.tsv", library + extra);
+  const std::string duration = "/usr/local/medialibrary/bin/tovufix getDuration --filePath ";
+  for (size_t i = 0; i < names.size(); ++i) {
+    const std::string path = dir + names[i], id = "x" + std::to_string(500 + i), arg = logged(path);
+    sharedRoot().clearCalls();
+    std::string out, xml, url;
+    EXPECT_EQ("0 " + id, got(CPlayer::filePathToObjectID(path, out), out)) << path;
+    CRecordingPlayer p;
+    p.setTotalTime(element(CONTENT_FILE, path));
+    EXPECT_EQ("00:0" + std::to_string(i) + ":00", p.getTotalTime()) << path;
+    EXPECT_EQ(0, CPlayer::browseByFilePath(path, xml, nullptr, -1, -1, nullptr)) << path;
+    playlistElm_s e = element(CONTENT_FILE, path);
+    EXPECT_GE(p.findAutoPlugSubtitle(e), 0) << path;
+    CPlayer::filePathToUrl(path, url, nullptr, nullptr);
+    EXPECT_EQ((Strings{kAgent + "getObjectID --filePath " + arg, duration + arg, kAgent + "getObjectID --filePath " + arg,
+                       kAgent + "browse --objectID " + id + " --browseFlag BrowseMetadata",
+                       kAgent + "getObjectID --filePath " + arg, kAgent + "getExternalSubtitle --objectID " + id,
+                       kAgent + "getContentUrl --filePath " + arg}),
+              sharedRoot().calls());
+    auto player = playing(testTitle(std::to_string(i)), {path}, CONTENT_FILE, "00:00:10");
+    // The history line puts the path in single quotes as it stands: a quote
+    // in the name would end them, so that line alone is not run.
+    if (path.find('\'') != std::string::npos) {
+      EXPECT_EQ(1, player->savePlayHistory());
+      EXPECT_TRUE(historyCalls().empty());
+      continue;
+    }
+    EXPECT_EQ(0, player->savePlayHistory());
+    EXPECT_EQ(Strings{"/usr/local/medialibrary/bin/tovuhist savePlayHistory 1000 " + arg + " -p 10 -m 1"},
+              historyCalls());
+  }
+  sharedRoot().write("/sim/media.tsv", library);
+}
+
+// A value that stands bare must stay one argument and never become an
+// option, whatever the path escaping leaves unescaped (a tab, a stray UTF-8
+// lead byte that swallows what follows it).
+TEST_F(AgentTest, BareValuesNeverSplitIntoOptions) {
+  CRecordingPlayer p;
+  std::string out = "unchanged", xml;
+  for (const std::string& path : {std::string("/share/x\t--dbID\t1001"), std::string("/share/\xc3\t--dbID 1001"),
+                                  std::string("/share/a\xe2 --dbID 1001")}) {
+    EXPECT_EQ(-1, CPlayer::filePathToObjectID(path, out));
+    p.setTotalTime(element(CONTENT_FILE, path));
+    EXPECT_EQ("00:00:00", p.getTotalTime());
+  }
+  EXPECT_EQ(-1, CPlayer::upnpObjectToUrl("a2001", out, "ChromeCast --all", nullptr));
+  EXPECT_EQ(-1, CPlayer::upnpObjectToUrl("a2001", out, nullptr, "-x"));
+  EXPECT_EQ(-1, CPlayer::browseByUpnpObjectID("v1001", xml, "--clientType", -1, -1, nullptr));
+  EXPECT_EQ("unchanged", out);
+  EXPECT_TRUE(sharedRoot().calls().empty());
+  auto db = playing(testTitle("-db"), {"1 OR 1=1"}, CONTENT_DBID, "00:00:10");
+  EXPECT_EQ(1, db->savePlayHistory());
+  auto file = playing(testTitle("-file"), {"/share/Public/a.mp4"}, CONTENT_FILE, "00:00:10");
+  for (const char* bad : {"-x", "UTF-8 -o 1", "--help"}) {
+    file->m_sencoding = bad;
+    EXPECT_EQ(1, file->savePlayHistory()) << bad;
+    file->m_sencoding = "UTF-8";
+    file->m_sseek = bad;
+    EXPECT_EQ(1, file->savePlayHistory()) << bad;
+    file->m_sseek = "0";
+  }
+  EXPECT_TRUE(historyCalls().empty());
+}
+
+namespace {
+
+void on_signal(int) {}
+
+// Runs `call` on a thread of its own while the agent, slow on `command`,
+// has written the first part of its reply: that thread's blocked read is
+// interrupted (no restart) until the call returns, so the read ends in an
+// error after a short read.
+int with_read_error(const std::string& command, const std::function<int()>& call) {
+  sharedRoot().write("/sim/brelctl/" + command + ".delay", "1");
+  struct sigaction sa = {}, old = {};
+  sa.sa_handler = on_signal;
+  sigemptyset(&sa.sa_mask);
+  sigaction(SIGUSR1, &sa, &old);
+  std::atomic<bool> done{false};
+  int result = -99;
+  std::thread worker([&] {
+    result = call();
+    done = true;
+  });
+  const auto started = [&] {
+    for (const std::string& c : sharedRoot().calls())
+      if (c.find("-c " + command) != std::string::npos) return true;
+    return false;
+  };
+  while (!done && !started()) usleep(2000);
+  while (!done) {
+    pthread_kill(worker.native_handle(), SIGUSR1);
+    usleep(5000);
+  }
+  worker.join();
+  sigaction(SIGUSR1, &old, nullptr);
+  return result;
+}
+
+}  // namespace
+
+// A reply whose read ends in an error is no reply, even with its first part
+// read: the subtitle search logs "faile to fread", and both give -1.
+TEST_F(AgentTest, AReadErrorIsNoReply) {
+  const std::string logFile = sharedRoot().path("/tmp/read-error.log");
+  const int fd = ::open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  ASSERT_GE(fd, 0);
+  vessord::log_set_tee(fd);
+  sharedRoot().write("/sim/brelctl/getExternalSubtitle.reply",
+                     "<root><u:GetExternalSubtitleResponse><Result><DIDL-Lite><ExternalSubtitleTrack>"
+                     "<Path>/share/CACHEDEV1_DATA/Public/clip.srt</Path></ExternalSubtitleTrack></DIDL-Lite></Result>"
+                     "</u:GetExternalSubtitleResponse></root>");
+  CRecordingPlayer p;
+  playlistElm_s e = element(CONTENT_UNKNOWN, "v1003");
+  EXPECT_EQ(-1, with_read_error("getExternalSubtitle", [&] { return p.findAutoPlugSubtitle(e); }));
+  EXPECT_EQ("", p.getAutoPlugSubtitle());
+  sharedRoot().write("/sim/brelctl/browse.reply", "<root><item/></root>");
+  std::string xml = "unchanged";
+  EXPECT_EQ(-1, with_read_error("browse", [&] { return CPlayer::browseByUpnpObjectID("v1001", xml, nullptr, -1, -1,
+                                                                                      nullptr); }));
+  EXPECT_EQ("unchanged", xml);
+  vessord::log_set_tee(-1);
+  ::close(fd);
+  const std::string log = sharedRoot().read("/tmp/read-error.log");
+  EXPECT_NE(std::string::npos, log.find("faile to fread")) << log;
 }
