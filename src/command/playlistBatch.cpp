@@ -301,7 +301,8 @@ int get_upnp_object_id(XMLNode& root, XMLNode& reply) {
 
   // Unquoted on the line: a blank splits the path into two words, and a
   // path that would make the shell do more than that never runs.
-  vessord::ShellLine line("/usr/bin/brelctl -c getObjectID --filePath %s", {real});
+  vessord::ShellLine line("/usr/bin/brelctl -c getObjectID --filePath %s", std::vector<std::string>{real},
+                         vessord::BareWords::SPLIT);
   std::string output;
   if (line.display().size() >= 4096 || execute_external_cmd(line, output, 10) != 0) return -1;
   XMLNode doc = XMLNode::parseString(output.c_str(), "root");
