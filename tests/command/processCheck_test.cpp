@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -16,7 +17,14 @@
 
 namespace {
 
-const char* const kName = "vqzInstProbe";  // under the 15 characters a command name keeps
+// Under the 15 characters a command name keeps, and of this test process
+// alone, so that test programs running side by side never count each other's.
+// Fixed width, since names are matched as substrings.
+const std::string kName = [] {
+  char name[16];
+  std::snprintf(name, sizeof name, "vqzP%07d", static_cast<int>(::getpid()));
+  return std::string(name);
+}();
 
 std::string comm_of(pid_t pid) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/comm");
@@ -42,7 +50,7 @@ class ProcessCheck : public ::testing::Test {
   pid_t start(const std::string& env) {
     const pid_t pid = ::fork();
     if (pid == 0) {
-      char* const argv[] = {const_cast<char*>(kName), const_cast<char*>("60"), nullptr};
+      char* const argv[] = {const_cast<char*>(kName.c_str()), const_cast<char*>("60"), nullptr};
       std::vector<char*> envp;
       if (!env.empty()) envp.push_back(const_cast<char*>(env.c_str()));
       envp.push_back(nullptr);
@@ -72,12 +80,12 @@ class ProcessCheck : public ::testing::Test {
 TEST_F(ProcessCheck, WithoutARootEveryLiveProcessOfTheNameCounts) {
   vessord::set_test_root("");
   ASSERT_GT(start("VESSORD_ROOT=/some/appliance"), 0);
-  EXPECT_FALSE(is_process_already_exist(kName)) << "one process is the caller alone";
+  EXPECT_FALSE(is_process_already_exist(kName.c_str())) << "one process is the caller alone";
   const pid_t plain = start("");
   ASSERT_GT(plain, 0);
-  EXPECT_TRUE(is_process_already_exist(kName)) << "a process with a root of its own counts too";
+  EXPECT_TRUE(is_process_already_exist(kName.c_str())) << "a process with a root of its own counts too";
   make_zombie(plain);
-  EXPECT_FALSE(is_process_already_exist(kName)) << "a zombie does not";
+  EXPECT_FALSE(is_process_already_exist(kName.c_str())) << "a zombie does not";
   EXPECT_FALSE(is_process_already_exist("vqzNoSuchProcessName"));
 }
 
@@ -86,7 +94,7 @@ TEST_F(ProcessCheck, UnderARootOnlyThatRootsProcessesCount) {
   ASSERT_GT(start("VESSORD_ROOT=/some/appliance"), 0);
   ASSERT_GT(start(""), 0);
   ASSERT_GT(start("VESSORD_ROOT=/other/appliance"), 0);
-  EXPECT_FALSE(is_process_already_exist(kName));
+  EXPECT_FALSE(is_process_already_exist(kName.c_str()));
   ASSERT_GT(start("VESSORD_ROOT=/some/appliance/"), 0);  // the same root, written with a slash
-  EXPECT_TRUE(is_process_already_exist(kName));
+  EXPECT_TRUE(is_process_already_exist(kName.c_str()));
 }

@@ -109,6 +109,21 @@ TEST(Reorder, MovesInPlainModesAndSwapsInShuffledOnes) {
   EXPECT_EQ((Uuids{10, 12, 11, 13}), p.uuids());
 }
 
+// The back-ends' steps: one place at a time, refused at either end and
+// from a place past the queue, never wrapping.
+TEST(Reorder, BackEndStepsStopAtTheEnds) {
+  makePlaylist(testTitle(), numbered(3));
+  CRecordingPlayer p(PLAYER_TYPE_DLNA, testTitle());
+  std::string trail;
+  for (bool forward : {false, true, true, true, false, false, false})
+    trail += p.moveCurrTrack(forward) ? std::to_string(p.getCurrTrackIndex()) : "x";
+  EXPECT_EQ("x12x10x", trail);
+  p.setCurrTrackIndex(7);
+  EXPECT_EQ("x x 7", std::string(p.moveCurrTrack(true) ? "?" : "x") + " " + (p.moveCurrTrack(false) ? "?" : "x") +
+                         " " + std::to_string(p.getCurrTrackIndex()));
+  EXPECT_TRUE(p.takeEvents().empty()) << "a step alone never stops or plays";
+}
+
 TEST(SelectTrack, ByNumberOrderContentAndAfterAClear) {
   const std::string title = testTitle();
   Strings contents = numbered(5);
