@@ -1,39 +1,77 @@
-// Stand-in for the private music daemon's client /tmp/vexmpd/bin/mpc. Only
-// `outputs` is answered here: the lines of ROOT/sim/mpc-outputs.txt, as the
-// daemon's extended client prints them ("Output N (name) is enabled uid:...
-// devType:N sampleRate:... sampleRateMode:... dsd:... dsdMode:...
-// hwParam:hw:CARD=c,DEV=d"). Without the file the music daemon is not
-// running: an error on standard error and status 1, as the real client.
+// Adapter for the private music daemon's client /tmp/vexmpd/bin/mpc over
+// Debian's real mpc. The appliance-only commands are answered here from the
+// root's description of its sound cards, ROOT/sim/mpc-outputs.txt:
+// `outputs` prints its lines as the extended client does ("Output N (name)
+// is enabled uid:... devType:N ... hwParam:hw:CARD=c,DEV=d"; without the file
+// no music daemon runs: an error and status 1, as the real client);
+// `setoutputattr "name" a b` accepts a listed name and fails another;
+// `reloadsettings` succeeds. Everything else goes to the real mpc, over the
+// local socket of the daemon that the mpd adapter started for `-p N`, so that
+// local files may be added by file:// address.
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "common/standin.h"
+
+namespace {
+
+const char* real_mpc() {
+  const char* env = std::getenv("VESSORD_REAL_MPC");
+  return env && *env ? env : "/usr/bin/mpc";
+}
+
+bool listed(const std::string& text, const std::string& name) {
+  return text.find(" (" + name + ") is ") != std::string::npos;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   const std::string root = sim::root(argv[0], "/tmp/vexmpd/bin/mpc");
   sim::log_call(root, argc, argv);
-  std::string command;
+  std::string port = "6600";
+  int first = argc;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
-    if ((a == "-p" || a == "-h") && i + 1 < argc) {
-      ++i;
+    if (a == "-p" && i + 1 < argc) {
+      port = argv[++i];
       continue;
     }
-    command = a;
+    first = i;
     break;
   }
-  if (command != "outputs") {
-    std::fprintf(stderr, "mpc: only 'outputs' is simulated\n");
-    return 2;
-  }
+  const std::string command = first < argc ? argv[first] : "status";
   const std::string file = root + "/sim/mpc-outputs.txt";
-  std::FILE* f = std::fopen(file.c_str(), "r");
-  if (!f) {
-    std::fprintf(stderr, "MPD error: Connection refused\n");
-    return 1;
+  if (command == "outputs" || command == "setoutputattr") {
+    std::FILE* f = std::fopen(file.c_str(), "r");
+    if (!f) {
+      std::fprintf(stderr, "MPD error: Connection refused\n");
+      return 1;
+    }
+    std::fclose(f);
+    const std::string text = sim::read_file(file);
+    if (command == "outputs") {
+      std::fwrite(text.data(), 1, text.size(), stdout);
+      return 0;
+    }
+    if (argc - first != 4 || !listed(text, argv[first + 1])) {
+      std::fprintf(stderr, "MPD error: No such audio output\n");
+      return 1;
+    }
+    return 0;
   }
-  std::fclose(f);
-  const std::string text = sim::read_file(file);
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  return 0;
+  if (command == "reloadsettings") return 0;
+  const std::string host = "--host=" + root + "/sim/mpd/" + port + "/socket";
+  std::vector<char*> args;
+  args.push_back(const_cast<char*>("mpc"));
+  args.push_back(const_cast<char*>(host.c_str()));
+  for (int i = first; i < argc; ++i) args.push_back(argv[i]);
+  args.push_back(nullptr);
+  ::execv(real_mpc(), args.data());
+  std::perror("mpc: exec");
+  return 127;
 }

@@ -1,5 +1,6 @@
 #include "manager/playerClasses.h"
 
+#include "backends/alsaCommands.h"
 #include "backends/dlnaPlayer.h"
 #include "foundation/log.h"
 #include "foundation/shellRunner.h"
@@ -32,6 +33,6 @@ const std::vector<playerClass_s>& default_player_classes() {
 }
 
 const outputAttributes_s& default_output_attributes() {
-  static const outputAttributes_s hooks = {nullptr, nullptr};
+  static const outputAttributes_s hooks = {&vessord::ParseMpdAttr, &vessord::send_mpd_cmd};
   return hooks;
 }

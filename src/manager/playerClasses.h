@@ -30,8 +30,8 @@ const std::vector<playerClass_s>& default_player_classes();
 // The sound outputs' attribute setting for a device that has no player yet:
 // `parse` reads the two numbers of an attribute text (both start at -2;
 // nonzero on a bad text) and `send` runs the music daemon's client line.
-// Both come with the sound-card back-end; until then they are null and such
-// a request fails as a text that cannot be read.
+// Both come from the sound-card back-end; a table without them fails such a
+// request as a text that cannot be read.
 struct outputAttributes_s {
   int (*parse)(const char* attrs, int* a, int* b);
   int (*send)(const char* command);

@@ -219,3 +219,28 @@ TEST_F(Listing, HostileDiscoveryRecordsAreListedOrSkippedAndNothingRuns) {
   EXPECT_FALSE(root.exists("/tmp/pwned"));
   for (const std::string& call : root.calls()) EXPECT_EQ(std::string::npos, call.find("touch")) << call;
 }
+
+// A listed sound output without a player takes its attributes through the
+// client line of the appliance's own music daemon: device name, DSD pass,
+// sample rate. A name that cannot stand in double quotes runs nothing.
+TEST_F(Listing, AttributesOfAListedCardWithoutAPlayerGoToTheMusicDaemon) {
+  root.write("/sim/mpc-outputs.txt",
+             root.read("/sim/mpc-outputs.txt") +
+                 "Output 4 (Odd \"$(touch /tmp/owned)\") is enabled uid:ODD_0 devType:1 sampleRate:44100 "
+                 "sampleRateMode:0 dsd:0 dsdMode:0 hwParam:hw:CARD=3,DEV=0\n");
+  list("alsa");
+  root.clearCalls();
+  daemon.command("SetAttributes", {{"dev", "USB_DAC_0"}, {"attr", "SAMPLERATE=96000,DSDPASS=Enable"}});
+  daemon.command("SetAttributes", {{"dev", "ANALOG_card0"}, {"attr", "samplerate=auto"}});
+  daemon.command("SetAttributes", {{"dev", "ANALOG_card0"}, {"attr", "vol=1"}});  // nothing to set
+  daemon.command("SetAttributes", {{"dev", "ODD_0"}, {"attr", "SAMPLERATE=48000"}});
+  const std::vector<std::string> expected = {
+      "/tmp/vexmpd/bin/mpc -p 8893 setoutputattr 'USB DAC' 1 96000",
+      "/tmp/vexmpd/bin/mpc -p 8893 setoutputattr 'Built-in Audio' -2 -1",
+  };
+  std::vector<std::string> client;
+  for (const std::string& c : root.calls())
+    if (c.find("/tmp/vexmpd/") == 0) client.push_back(c);
+  EXPECT_EQ(expected, client);
+  EXPECT_FALSE(root.exists("/tmp/owned"));
+}

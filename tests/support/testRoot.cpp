@@ -1,10 +1,14 @@
 #include "support/testRoot.h"
 
+#include <dirent.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstdint>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 
@@ -20,7 +24,51 @@ void mkdirs(const std::string& dir) {
   for (size_t i = 1; i <= dir.size(); ++i)
     if (i == dir.size() || dir[i] == '/') ::mkdir(dir.substr(0, i).c_str(), 0755);
 }
+bool alive_in_root(pid_t pid, const std::string& dir) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str().find(dir + "/sim/mpd/") != std::string::npos;
+}
+
+// Ends the music daemons that the mpd adapter started in this root, by the
+// pids of their pid files, and only a process whose command line names this
+// root's configuration, so a reused pid is never hit.
+void end_music_daemons(const std::string& dir) {
+  struct Closer {
+    void operator()(DIR* d) const { ::closedir(d); }
+  };
+  std::unique_ptr<DIR, Closer> d(::opendir((dir + "/sim/mpd").c_str()));
+  if (!d) return;
+  while (dirent* e = ::readdir(d.get())) {
+    if (e->d_name[0] == '.') continue;
+    std::ifstream in(dir + "/sim/mpd/" + e->d_name + "/pid");
+    long pid = 0;
+    if (!(in >> pid) || pid <= 1) continue;
+    const auto p = static_cast<pid_t>(pid);
+    if (!alive_in_root(p, dir)) continue;
+    ::kill(p, SIGTERM);
+    for (int i = 0; i < 50 && alive_in_root(p, dir); ++i) ::usleep(100 * 1000);
+    if (alive_in_root(p, dir)) ::kill(p, SIGKILL);
+  }
+}
+
 }  // namespace
+
+void write_wav(const std::string& file, int seconds, int rate) {
+  const uint32_t samples = static_cast<uint32_t>(seconds) * static_cast<uint32_t>(rate);
+  const uint32_t bytes = samples * 2;
+  std::ofstream out(file, std::ios::binary | std::ios::trunc);
+  auto u32 = [&](uint32_t v) { for (int i = 0; i < 4; ++i) out.put(static_cast<char>((v >> (8 * i)) & 0xff)); };
+  auto u16 = [&](uint16_t v) { out.put(static_cast<char>(v & 0xff)); out.put(static_cast<char>(v >> 8)); };
+  out << "RIFF";
+  u32(36 + bytes);
+  out << "WAVEfmt ";
+  u32(16); u16(1); u16(1); u32(static_cast<uint32_t>(rate)); u32(static_cast<uint32_t>(rate) * 2); u16(2); u16(16);
+  out << "data";
+  u32(bytes);
+  for (uint32_t i = 0; i < samples; ++i) u16(static_cast<uint16_t>((i / 20) % 2 ? 3000 : -3000));
+}
 
 TestRoot::TestRoot(bool useForProcess) : m_process(useForProcess) {
   const char* tmp = std::getenv("TMPDIR");
@@ -38,6 +86,7 @@ TestRoot::TestRoot(bool useForProcess) : m_process(useForProcess) {
 }
 
 TestRoot::~TestRoot() {
+  end_music_daemons(m_dir);
   if (m_process) {
     vessord::set_test_root("");
     ::unsetenv("VESSORD_ROOT");

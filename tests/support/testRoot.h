@@ -1,5 +1,6 @@
 // A temporary simulated appliance for one test: a fresh directory laid out
-// by sim/lay-root.sh, removed again when the object goes.
+// by sim/lay-root.sh, removed again when the object goes, together with
+// any music daemon started in it.
 #pragma once
 
 #include <string>
@@ -35,6 +36,9 @@ class TestRoot {
   std::string m_dir;
   bool m_process;
 };
+
+// A short mono 16-bit PCM WAV file of a square tone, for the music daemon.
+void write_wav(const std::string& file, int seconds, int rate = 8000);
 
 // Where the build put things.
 std::string binaryDir();
