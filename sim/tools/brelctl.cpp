@@ -158,6 +158,8 @@ const MediaItem* by_db(const std::vector<MediaItem>& lib, const std::string& dbI
 }
 
 // The item a call names by --objectID, --filePath or --dbID/--mediaType.
+// Only a library that outlives the pointer will do.
+const MediaItem* named_item(const Call& c, std::vector<MediaItem>&& lib) = delete;
 const MediaItem* named_item(const Call& c, const std::vector<MediaItem>& lib) {
   if (c.has("--objectID")) return by_object(lib, c.get("--objectID"));
   if (c.has("--filePath")) return by_path(c, lib);
@@ -371,7 +373,8 @@ int main(int argc, char** argv) {
 
   sim::RendererCall rc{c.root, c.command, c.opts, -1};
   if (c.command == "setAvTransportUrl") {
-    const MediaItem* m = named_item(c, load_library(c.root));
+    const std::vector<MediaItem> library = load_library(c.root);
+    const MediaItem* m = named_item(c, library);
     if (m) rc.duration = hhmmss_seconds(m->duration);
   }
   int status = 0;

@@ -226,7 +226,7 @@ int CDlnaPlayer::sendAvTransport_(const playlistElm_s& elm, const char* position
     values.push_back(position);
   }
   char ifName[IFNAMSIZ + 1] = {};
-  if (get_if_by_ip(getIP(), ifName) == 0) {
+  if (get_if_by_ip(getIP().c_str(), ifName) == 0) {
     format += " --interface %s";
     values.push_back(ifName);
   }
@@ -407,7 +407,7 @@ int CDlnaPlayer::next() {
     if (!m.m_paused) m.m_paused = true;
     m.m_hold = true;
   });
-  m_currTrack = (m_currTrack + 1 >= size) ? 0 : m_currTrack + 1;
+  if (!moveCurrTrack(true)) setCurrTrackIndex(0);
   ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;
@@ -424,7 +424,7 @@ int CDlnaPlayer::previous() {
     if (!m.m_paused) m.m_paused = true;
     m.m_hold = true;
   });
-  m_currTrack = (m_currTrack == 0 || m_currTrack >= size) ? size - 1 : m_currTrack - 1;
+  if (!moveCurrTrack(false)) setCurrTrackIndex(size - 1);
   ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;

@@ -1,7 +1,9 @@
 #include "command/acceptLoop.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,19 +36,47 @@ void report_accept_failure() {
 // accept would fail again at once: the loop would spin at full speed until
 // some descriptor is freed. Giving up the reserve lets the loop take that
 // connection and close it, so the client sees its connection close (as when
-// no memory is left for it) and the loop waits in accept again.
+// no memory is left for it) and the loop waits again.
 int g_spareFd = -1;
 
-void shed_pending_connection(CUnixSocketIpc& ipc) {
-  if (g_spareFd < 0) return;
+// Blocks until a connection waits on the listening socket. Linux reports
+// EMFILE before it looks at the queue, so a failed accept says nothing
+// about whether anyone is waiting.
+bool wait_until_pending(int listenFd) {
+  struct pollfd p = {listenFd, POLLIN, 0};
+  for (;;) {
+    const int n = ::poll(&p, 1, -1);
+    if (n > 0) return true;
+    if (n < 0 && errno != EINTR) return false;
+  }
+}
+
+// After an accept failed for want of descriptors: waits for a connection,
+// then tries again, since descriptors may have been freed meanwhile. Only
+// when they are still exhausted is the waiting connection taken with the
+// reserve and closed. The new descriptor, or -1.
+int accept_after_exhaustion(CUnixSocketIpc& ipc) {
+  if (!wait_until_pending(ipc.fd())) return -1;
+  int fd = ipc.Accept();
+  if (fd >= 0) return fd;
+  if (errno != EMFILE && errno != ENFILE) return -1;
+  if (g_spareFd < 0) {
+    // Not even the reserve: the connection can be neither served nor
+    // refused. A short rest instead of a spin until a descriptor frees.
+    const struct timespec rest = {0, 50 * 1000 * 1000};
+    nanosleep(&rest, nullptr);
+    return -1;
+  }
   ::close(g_spareFd);
   g_spareFd = -1;
-  const int fd = ipc.Accept();
+  fd = ipc.Accept();
   if (fd >= 0) {
     VLOG(LOG_COLOR_SOCKET, "ipc.Accept() ... no descriptor left, connection closed\n");
     ipc.Close(fd);
   }
+  // May fail when another thread took the number: the next round retries.
   accept_keep_spare();
+  return -1;
 }
 
 // A detached thread with a small stack; false when it could not be made.
@@ -91,13 +121,16 @@ void accept_keep_spare() {
 }
 
 void accept_once(CUnixSocketIpc& ipc, CPlayerManager* manager) {
-  const int fd = ipc.Accept();
+  // A reserve lost earlier (reopening it failed) is taken again.
+  accept_keep_spare();
+  int fd = ipc.Accept();
   if (fd < 0) {
     const int err = errno;
     if (err == EINTR) return;
     report_accept_failure();
-    if (err == EMFILE || err == ENFILE) shed_pending_connection(ipc);
-    return;
+    if (err != EMFILE && err != ENFILE) return;
+    fd = accept_after_exhaustion(ipc);
+    if (fd < 0) return;
   }
   auto* args = static_cast<connectionArgs_s*>(std::malloc(sizeof(connectionArgs_s)));
   if (!args) {
@@ -117,6 +150,5 @@ void accept_once(CUnixSocketIpc& ipc, CPlayerManager* manager) {
 }
 
 void accept_loop(CUnixSocketIpc& ipc, CPlayerManager* manager) {
-  accept_keep_spare();
   for (;;) accept_once(ipc, manager);
 }

@@ -18,8 +18,10 @@ constexpr unsigned long kConnectionStack = 256UL * 1024UL;
 const char* accept_errno_word(int err);
 
 // Opens the descriptor that the loop keeps in reserve for the moment when
-// the process has none left (a failed accept with EMFILE or ENFILE then
-// takes the waiting connection and closes it instead of spinning).
+// the process has none left, unless it is open already. A failed accept
+// with EMFILE or ENFILE waits for a connection and tries again; only while
+// descriptors are still exhausted is that connection taken with the reserve
+// and closed, so the loop neither spins nor drops a client it could serve.
 void accept_keep_spare();
 
 // Accepts one connection (or reports why not) and starts its thread. The

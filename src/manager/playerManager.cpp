@@ -192,7 +192,7 @@ int CPlayerManager::getPlayerStatus(const char* dev, playerStatus_s& out) {
     out.playMode = static_cast<uint32_t>(p->getPlayMode());
     out.playerState = static_cast<uint32_t>(p->getPlayerState());
     out.deviceName = p->getDeviceName();
-    if (const char* title = p->getPlaylistTitle()) out.playlistTitle = title;
+    out.playlistTitle = p->getPlaylistTitle();
     out.appType = p->getAppType();
     out.currTime = p->getCurrTime();
     out.playlistOwner = p->getOwner();

@@ -16,8 +16,8 @@ CSqlitePlaylist* store() { return CGlobalsSingleton<CSqlitePlaylist>::get(); }
 void barrier(pthread_mutex_t& lock) { ThreadSingleLock wait(lock); }
 
 bool same_title(CPlayer* p, const char* title) {
-  const char* own = p->getPlaylistTitle();
-  return own && title && std::strcmp(own, title) == 0;
+  const std::string own = p->getPlaylistTitle();
+  return !own.empty() && title && own == title;
 }
 
 bool is_shuffled_mode(playMode_e mode) {
@@ -116,7 +116,7 @@ void CPlayerManager::reorderPlayQueue(const std::string& title, size_t from, siz
     else if (cur == to && from > to) next = to + 1;
     // cur == to with from below to: unchanged, the moved element becomes
     // current.
-    if (next != cur && next < size) p->m_currTrack = next;
+    if (next != cur && next < size) p->setCurrTrackIndex(next);
   }
 }
 

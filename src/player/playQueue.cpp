@@ -23,18 +23,63 @@ constexpr unsigned kContentSearchPage = 500;
 
 }  // namespace
 
-unsigned CPlayer::getCurrTrack() {
-  if (isShuffled_()) return m_currTrack < m_playQueue.size() ? static_cast<unsigned>(m_playQueue[m_currTrack].order) : 0;
+size_t CPlayer::getPlaylistSize() const {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  return m_playQueue.size();
+}
+
+unsigned CPlayer::getCurrTrackIndex() const {
+  std::lock_guard<std::mutex> lk(m_queueLock);
   return static_cast<unsigned>(m_currTrack);
 }
 
-int CPlayer::currOrder_() const {
-  if (isShuffled_()) {
+std::vector<playQueueItem_s> CPlayer::getPlayQueue() const {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  return m_playQueue;
+}
+
+void CPlayer::setPlayQueue(std::vector<playQueueItem_s> queue) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  m_playQueue.swap(queue);
+}
+
+void CPlayer::setCurrTrackIndex(size_t index) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  m_currTrack = index;
+}
+
+bool CPlayer::moveCurrTrack(bool forward) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  const size_t size = m_playQueue.size();
+  if (forward) {
+    if (m_currTrack + 1 >= size) return false;
+    ++m_currTrack;
+    return true;
+  }
+  if (m_currTrack == 0 || m_currTrack >= size) return false;
+  --m_currTrack;
+  return true;
+}
+
+unsigned CPlayer::getCurrTrack() {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  if (isShuffledMode_(m_playMode))
+    return m_currTrack < m_playQueue.size() ? static_cast<unsigned>(m_playQueue[m_currTrack].order) : 0;
+  return static_cast<unsigned>(m_currTrack);
+}
+
+int CPlayer::currOrderLocked_() const {
+  if (isShuffledMode_(m_playMode)) {
     // A position past the queue names no element.
     if (m_currTrack >= m_playQueue.size()) return -1;
     return static_cast<int>(m_playQueue[m_currTrack].order);
   }
   return static_cast<int>(m_currTrack);
+}
+
+int CPlayer::currOrder_() const {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  return currOrderLocked_();
 }
 
 int CPlayer::getPlaylistElmByIndex(playlistElm_s& out, int index) {
@@ -59,26 +104,28 @@ void CPlayer::loadPlaylist_() {
   store()->getPlaylistLibElmByID(getPlaylistID(), lib);
   m_owner = lib.owner;
   m_tag = lib.tag;
-  m_playQueue.clear();
+  setPlayQueue({});
   std::vector<playlistElm_s> rows;
   if (store()->getPlaylistElmsByPage(rows, getPlaylistID(), 0, 0) != 0) return;
-  m_playQueue.reserve(rows.size());
+  std::vector<playQueueItem_s> queue;
+  queue.reserve(rows.size());
   for (const playlistElm_s& row : rows) {
     playQueueItem_s item;
     item.order = static_cast<size_t>(static_cast<long>(row.orderNum));
     item.uuid = static_cast<unsigned long>(row.uuid);
-    m_playQueue.push_back(item);
+    queue.push_back(item);
   }
+  setPlayQueue(std::move(queue));
   // Already in this mode, so this reshuffles nothing: a playlist loaded in
   // a shuffled mode plays in plain order until the mode is entered again.
-  if (mode == SHUFFLE || mode == SHUFFLE_REPEAT) setPlayMode(mode, 0, 0);
+  if (isShuffledMode_(mode)) setPlayMode(mode, 0, 0);
 }
 
 void CPlayer::setPlaylist(const std::string& title, const std::string& appType) {
   const playerState_e state = m_playerState;
   stop((m_playerType & PLAYER_TYPE_RAOP) == 0);
-  m_currTrack = 0;
-  m_playlistTitle = title;
+  setCurrTrackIndex(0);
+  writeField_(m_playlistTitle, title);
   m_appType = appType;
   m_playlistID = store()->getPlaylistID(title, appType);
   if (m_playlistID == 0) return;
@@ -89,7 +136,7 @@ void CPlayer::setPlaylist(const std::string& title, const std::string& appType) 
   }
 }
 
-void CPlayer::shuffle_(size_t start, size_t end) {
+void CPlayer::shuffleLocked_(size_t start, size_t end) {
   const size_t size = m_playQueue.size();
   if (size == 0) return;
   if (end == 0 || end > size) end = size;
@@ -105,10 +152,11 @@ void CPlayer::shuffle_(size_t start, size_t end) {
 }
 
 void CPlayer::setPlayMode(playMode_e mode, size_t start, size_t end) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
   const playMode_e old = m_playMode;
   playMode_e stored = mode;
   if (mode == SHUFFLE || mode == SHUFFLE_REPEAT) {
-    if (old == NORMAL || old == REPEAT || old == SHUFFLE_REPEAT_ONE) shuffle_(start, end);
+    if (old == NORMAL || old == REPEAT || old == SHUFFLE_REPEAT_ONE) shuffleLocked_(start, end);
   } else if (mode == NORMAL || mode == REPEAT) {
     if (old == SHUFFLE || old == SHUFFLE_REPEAT || old == SHUFFLE_REPEAT_ONE) {
       // Keep the track that plays now current once the entries read 0, 1, 2...
@@ -125,60 +173,86 @@ void CPlayer::setPlayMode(playMode_e mode, size_t start, size_t end) {
 }
 
 bool CPlayer::changeToNextTrack() {
-  const size_t size = m_playQueue.size();
-  if (size == 0) return false;
-  ++m_currTrack;
+  bool goOn = true;
+  {
+    std::lock_guard<std::mutex> lk(m_queueLock);
+    const size_t size = m_playQueue.size();
+    if (size == 0) return false;
+    ++m_currTrack;
+    switch (m_playMode.load()) {
+      case REPEAT:
+      case SHUFFLE_REPEAT:
+        if (m_currTrack >= size) m_currTrack = 0;
+        break;
+      case REPEAT_ONE:
+      case SHUFFLE_REPEAT_ONE:
+        --m_currTrack;
+        break;
+      default:
+        if (m_currTrack >= size) {
+          m_currTrack = size - 1;
+          goOn = false;
+        }
+        break;
+    }
+  }
   setCurrTime("00:00:00");
   setTotalTime("00:00:00");
   m_audioTrack = 0;
   m_subtitleTrack = -1;
   resetExternalSubtitle();
-  switch (m_playMode) {
-    case REPEAT:
-    case SHUFFLE_REPEAT:
-      if (m_currTrack >= size) m_currTrack = 0;
-      return true;
-    case REPEAT_ONE:
-    case SHUFFLE_REPEAT_ONE:
-      --m_currTrack;
-      return true;
-    default:
-      if (m_currTrack >= size) {
-        m_currTrack = size - 1;
-        return false;
-      }
-      return true;
-  }
+  return goOn;
 }
 
-void CPlayer::addItemToPlayQueue(playQueueItem_s& item) { m_playQueue.push_back(item); }
+void CPlayer::addItemToPlayQueue(playQueueItem_s& item) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  m_playQueue.push_back(item);
+}
 
 void CPlayer::delItemFromPlayQueue(playQueueItem_s& item) {
-  auto it = std::find_if(m_playQueue.begin(), m_playQueue.end(),
-                         [&item](const playQueueItem_s& e) { return e.uuid == item.uuid; });
-  if (it == m_playQueue.end()) return;
-  const size_t order = it->order;
-  // m_currTrack is compared as an order number here, in every mode.
-  const bool wasCurrent = order == m_currTrack;
-  if (wasCurrent) stop(true);
-  else if (order < m_currTrack) --m_currTrack;
-  m_playQueue.erase(it);
-  for (playQueueItem_s& e : m_playQueue)
-    if (e.order > order) --e.order;
-  if (!wasCurrent) return;
-  const size_t size = m_playQueue.size();
-  if (size != 0 && m_currTrack < size) {
-    play();  // the element that moved into the place
-  } else if (m_playMode == REPEAT && size != 0 && m_currTrack == size) {
-    m_currTrack = 0;
-    play();
+  auto byUuid = [this, &item]() {
+    return std::find_if(m_playQueue.begin(), m_playQueue.end(),
+                        [&item](const playQueueItem_s& e) { return e.uuid == item.uuid; });
+  };
+  bool wasCurrent;
+  {
+    std::lock_guard<std::mutex> lk(m_queueLock);
+    auto it = byUuid();
+    if (it == m_playQueue.end()) return;
+    // m_currTrack is compared as an order number here, in every mode.
+    wasCurrent = it->order == m_currTrack;
   }
+  // The device lets go of the element before it leaves the queue.
+  if (wasCurrent) stop(true);
+  bool playAgain = false;
+  {
+    std::lock_guard<std::mutex> lk(m_queueLock);
+    // Looked up again: the queue may have changed while the device stopped.
+    auto it = byUuid();
+    if (it == m_playQueue.end()) return;
+    const size_t order = it->order;
+    if (!wasCurrent && order < m_currTrack) --m_currTrack;
+    m_playQueue.erase(it);
+    for (playQueueItem_s& e : m_playQueue)
+      if (e.order > order) --e.order;
+    if (!wasCurrent) return;
+    const size_t size = m_playQueue.size();
+    if (size != 0 && m_currTrack < size) {
+      playAgain = true;  // the element that moved into the place
+    } else if (m_playMode == REPEAT && size != 0 && m_currTrack == size) {
+      m_currTrack = 0;
+      playAgain = true;
+    }
+  }
+  if (playAgain) play();
 }
 
 void CPlayer::reorderPlayQueue(size_t from, size_t to) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
   const size_t size = m_playQueue.size();
   if (size == 0 || from == to || to >= size) return;
-  if (m_playMode == SHUFFLE || m_playMode == SHUFFLE_REPEAT || m_playMode == SHUFFLE_REPEAT_ONE) {
+  const playMode_e mode = m_playMode;
+  if (mode == SHUFFLE || mode == SHUFFLE_REPEAT || mode == SHUFFLE_REPEAT_ONE) {
     // A swap of the two entries, so that the rest keeps its shuffled order.
     auto byOrder = [this](size_t order) {
       return std::find_if(m_playQueue.begin(), m_playQueue.end(),
@@ -199,9 +273,9 @@ void CPlayer::reorderPlayQueue(size_t from, size_t to) {
 
 void CPlayer::clearPlayQueue(bool full) {
   stop(true);
-  m_playQueue.clear();
+  setPlayQueue({});
   if (full) {
-    m_playlistTitle.clear();
+    writeField_(m_playlistTitle, "");
     m_playlistID = -1;
   }
   // Fails on the empty queue, so m_currTrack survives the clear.
@@ -209,25 +283,28 @@ void CPlayer::clearPlayQueue(bool full) {
 }
 
 int CPlayer::setCurrTrack(unsigned track) {
-  if (track >= m_playQueue.size()) return -1;
+  if (track >= getPlaylistSize()) return -1;
   stop((m_playerType & kStopKeepsDevice) == 0);
-  if (isShuffled_()) {
-    for (size_t i = 0; i < m_playQueue.size(); ++i) {
-      if (m_playQueue[i].order == track) {
-        m_currTrack = i;
-        break;
+  {
+    std::lock_guard<std::mutex> lk(m_queueLock);
+    if (isShuffledMode_(m_playMode)) {
+      for (size_t i = 0; i < m_playQueue.size(); ++i) {
+        if (m_playQueue[i].order == track) {
+          m_currTrack = i;
+          break;
+        }
       }
+    } else {
+      m_currTrack = track;
     }
-  } else {
-    m_currTrack = track;
+    if (m_playQueue.empty()) return 0;
   }
-  if (m_playQueue.empty()) return 0;
   play();
   return 0;
 }
 
 int CPlayer::setCurrTrackByContent(const char* content) {
-  if (m_playlistTitle.empty()) return -1;
+  if (getPlaylistTitle().empty()) return -1;
   unsigned n = static_cast<unsigned>(store()->getSizeOfPlaylist(getPlaylistID()));
   if (n > kMaxContentSearch) n = kMaxContentSearch;  // also turns a failed count (-1) into 4000
   if (n == 0) return -1;
@@ -243,10 +320,18 @@ int CPlayer::setCurrTrackByContent(const char* content) {
       continue;
     for (const playlistElm_s& elm : page) {
       if (elm.content != wanted) continue;
-      if (m_playQueue.empty()) return -1;
-      for (size_t pos = 0; pos < m_playQueue.size(); ++pos) {
-        if (m_playQueue[pos].uuid != static_cast<unsigned long>(elm.uuid)) continue;
-        m_currTrack = pos;
+      bool found = false;
+      {
+        std::lock_guard<std::mutex> lk(m_queueLock);
+        if (m_playQueue.empty()) return -1;
+        for (size_t pos = 0; pos < m_playQueue.size(); ++pos) {
+          if (m_playQueue[pos].uuid != static_cast<unsigned long>(elm.uuid)) continue;
+          m_currTrack = pos;
+          found = true;
+          break;
+        }
+      }
+      if (found) {
         stop(true);
         play();
         return 0;
@@ -258,6 +343,7 @@ int CPlayer::setCurrTrackByContent(const char* content) {
 }
 
 int CPlayer::setCurrTrackIdByOrder(unsigned order) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
   for (size_t i = 0; i < m_playQueue.size(); ++i) {
     if (m_playQueue[i].order == order) {
       m_currTrack = i;

@@ -66,11 +66,11 @@ CPlayer::CPlayer(unsigned int type, const char* renderID, const char* deviceName
       m_currTime("00:00:00"),
       m_totalTime("00:00:00"),
       m_seekTime("00:00:00"),
-      m_currTrack(0),
       m_audioTrack(0),
       m_subtitleTrack(-1),
       m_tid(0),
-      m_lock() {
+      m_lock(),
+      m_currTrack(0) {
   CThread::mutexInit(m_lock, MUTEX_ATTR_NORMAL);
   if (title && appType) {
     m_playlistTitle = title;
@@ -100,12 +100,6 @@ int CPlayer::setMute(bool mute) {
 }
 
 bool CPlayer::isMute() { return getVolume() < 1; }
-
-void CPlayer::setExternalSubtitle(char* path) {
-  std::lock_guard<std::mutex> lk(m_timeLock);
-  m_externalSubtitle.clear();
-  if (path) m_externalSubtitle.append(path);
-}
 
 int CPlayer::resetAudioAndSubtitle() {
   resetExternalSubtitle();
@@ -140,13 +134,13 @@ void CPlayer::secondToHHMMSS(int seconds, std::string& out) {
 }
 
 int CPlayer::getCurrTimeSecond() {
-  std::lock_guard<std::mutex> lk(m_timeLock);
+  std::lock_guard<std::mutex> lk(m_fieldLock);
   return static_cast<int>(static_cast<unsigned>(hhmmssToSecond(m_currTime.c_str())) +
                           static_cast<unsigned>(hhmmssToSecond(m_seekTime.c_str())));
 }
 
 int CPlayer::getCurrTimeSecondWithOutSeek() {
-  std::lock_guard<std::mutex> lk(m_timeLock);
+  std::lock_guard<std::mutex> lk(m_fieldLock);
   return hhmmssToSecond(m_currTime.c_str());
 }
 
@@ -157,7 +151,7 @@ std::string CPlayer::getCurrTime() {
 }
 
 int CPlayer::getTotalTimeSecond() {
-  std::lock_guard<std::mutex> lk(m_timeLock);
+  std::lock_guard<std::mutex> lk(m_fieldLock);
   return hhmmssToSecond(m_totalTime.c_str());
 }
 

@@ -128,39 +128,33 @@ class CPlayer {
   const std::string& getAppType() const { return m_appType; }
   const std::string& getOwner() const { return m_owner; }
   const std::string& getTag() const { return m_tag; }
-  // Null when no playlist is set.
-  const char* getPlaylistTitle() { return m_playlistTitle.empty() ? nullptr : m_playlistTitle.c_str(); }
+  // Empty when no playlist is set.
+  std::string getPlaylistTitle() const { return readField_(m_playlistTitle); }
   unsigned getPlayerType() { return m_playerType; }
   playerState_e getPlayerState() { return m_playerState.load(); }
-  playMode_e getPlayMode() { return m_playMode; }
+  playMode_e getPlayMode() { return m_playMode.load(); }
   int getPlaylistID() { return static_cast<int>(m_playlistID); }
-  size_t getPlaylistSize() { return m_playQueue.size(); }
+  size_t getPlaylistSize() const;
   int getSlideShowDelay() { return m_slideShowDelay; }
   void setSlideShowDelay(int delay) { m_slideShowDelay = delay; }
-  void setIP(const char* ip) { m_ip = ip ? ip : ""; }
-  const char* getIP() { return m_ip.c_str(); }
+  void setIP(const char* ip) { writeField_(m_ip, ip ? ip : ""); }
+  std::string getIP() const { return readField_(m_ip); }
 
   // Audio and subtitle choices.
   void setAudioTrack(int track) { m_audioTrack = track; }
   int getAudioTrack() { return m_audioTrack; }
   void setSubtitleTrack(int track) { m_subtitleTrack = track; }
   int getSubtitleTrack() { return m_subtitleTrack; }
-  void setExternalSubtitle(char* path);
-  void getExternalSubtitle(std::string& out) {
-    std::lock_guard<std::mutex> lk(m_timeLock);
-    out = m_externalSubtitle;
-  }
-  void resetExternalSubtitle() {
-    std::lock_guard<std::mutex> lk(m_timeLock);
-    m_externalSubtitle.clear();
-  }
+  void setExternalSubtitle(char* path) { writeField_(m_externalSubtitle, path ? path : ""); }
+  void getExternalSubtitle(std::string& out) const { out = readField_(m_externalSubtitle); }
+  void resetExternalSubtitle() { writeField_(m_externalSubtitle, ""); }
   int resetAudioAndSubtitle();
-  std::string getAutoPlugSubtitle() { return m_autoPlugSubtitle; }
-  void clearAutoPlugSubtitle() { m_autoPlugSubtitle.clear(); }
-  std::string getSsize() { return m_ssize; }
-  std::string getScolor() { return m_scolor; }
-  std::string getSseek() { return m_sseek; }
-  std::string getSencoding() { return m_sencoding; }
+  std::string getAutoPlugSubtitle() const { return readField_(m_autoPlugSubtitle); }
+  void clearAutoPlugSubtitle() { writeField_(m_autoPlugSubtitle, ""); }
+  std::string getSsize() const { return readField_(m_ssize); }
+  std::string getScolor() const { return readField_(m_scolor); }
+  std::string getSseek() const { return readField_(m_sseek); }
+  std::string getSencoding() const { return readField_(m_sencoding); }
 
   // Time. With one colon only the hours count: "12:34" is 43200 seconds.
   static int hhmmssToSecond(const char* text);
@@ -171,25 +165,14 @@ class CPlayer {
   // getCurrTimeSecond() as hh:mm:ss, the text the status report shows.
   std::string getCurrTime();
   // The time texts are written by a player's own thread and read by the
-  // command threads: each access goes through m_timeLock.
-  std::string getTotalTime() const {
-    std::lock_guard<std::mutex> lk(m_timeLock);
-    return m_totalTime;
-  }
+  // command threads: each access goes through m_fieldLock.
+  std::string getTotalTime() const { return readField_(m_totalTime); }
   int getTotalTimeSecond();
-  void setCurrTime(const std::string& time) {
-    std::lock_guard<std::mutex> lk(m_timeLock);
-    m_currTime = time;
-  }
+  void setCurrTime(const std::string& time) { writeField_(m_currTime, time); }
   void setCurrTime(int seconds);
-  void setTotalTime(const std::string& time) {
-    std::lock_guard<std::mutex> lk(m_timeLock);
-    m_totalTime = time;
-  }
-  void setSeekTime(const std::string& time) {
-    std::lock_guard<std::mutex> lk(m_timeLock);
-    m_seekTime = time;
-  }
+  void setTotalTime(const std::string& time) { writeField_(m_totalTime, time); }
+  void setSeekTime(const std::string& time) { writeField_(m_seekTime, time); }
+  std::string getSeekTime() const { return readField_(m_seekTime); }
   // Asks the media library for the element's duration; blocks while it runs.
   void setTotalTime(const playlistElm_s& elm);
 
@@ -212,7 +195,7 @@ class CPlayer {
   bool changeToNextTrack();
   // The order number now playing, by the mode's reading of m_currTrack.
   unsigned getCurrTrack();
-  unsigned getCurrTrackIndex() { return static_cast<unsigned>(m_currTrack); }
+  unsigned getCurrTrackIndex() const;
   // -1 reads the current element.
   int getPlaylistElmByIndex(playlistElm_s& out, int index);
   int getPlaylistElmByOrder(playlistElm_s& out, int order);
@@ -251,23 +234,49 @@ class CPlayer {
  protected:
   friend class CPlayerManager;
 
+  // The queue for back-ends: a copy, so that no lock is held while they
+  // talk to a device.
+  std::vector<playQueueItem_s> getPlayQueue() const;
+  void setCurrTrackIndex(size_t index);
+  // One step of m_currTrack through the queue, read as the mode reads it
+  // (a position in shuffled modes, an order number otherwise); false, and
+  // nothing moved, at either end.
+  bool moveCurrTrack(bool forward);
+  // Replaces the whole queue; m_currTrack stays as it is.
+  void setPlayQueue(std::vector<playQueueItem_s> queue);
+
   void loadPlaylist_();
-  bool isShuffled_() const { return m_playMode == SHUFFLE || m_playMode == SHUFFLE_REPEAT; }
+  static bool isShuffledMode_(playMode_e mode) { return mode == SHUFFLE || mode == SHUFFLE_REPEAT; }
   // The order number of the current element, for the store.
   int currOrder_() const;
-  void shuffle_(size_t start, size_t end);
+  // Expect m_queueLock held.
+  int currOrderLocked_() const;
+  void shuffleLocked_(size_t start, size_t end);
+
+  // The string fields below that a player's thread writes and the command
+  // threads read go through these two, under m_fieldLock.
+  std::string readField_(const std::string& field) const {
+    std::lock_guard<std::mutex> lk(m_fieldLock);
+    return field;
+  }
+  void writeField_(std::string& field, const std::string& value) {
+    std::lock_guard<std::mutex> lk(m_fieldLock);
+    field = value;
+  }
 
   long m_playlistID;
   uint32_t m_playerType;
-  playMode_e m_playMode;
+  std::atomic<playMode_e> m_playMode;
   // Set by a player's thread, read by the command threads.
   std::atomic<playerState_e> m_playerState;
-  int m_slideShowDelay;
+  std::atomic<int> m_slideShowDelay;
   std::string m_appType;
   std::string m_renderID;
   std::string m_deviceName;
+  // m_fieldLock guards the time texts, the title, the address, the subtitle
+  // choices and texts: never held across anything but the copy.
+  mutable std::mutex m_fieldLock;
   std::string m_playlistTitle;
-  mutable std::mutex m_timeLock;  // guards the three time texts and m_externalSubtitle
   std::string m_currTime;
   std::string m_totalTime;
   std::string m_owner;
@@ -275,12 +284,9 @@ class CPlayer {
   std::string m_ip;
   std::string m_autoPlugSubtitle;
   std::string m_seekTime;
-  std::vector<playQueueItem_s> m_playQueue;
-  size_t m_currTrack;
-  // Reset by a player's thread at each track while commands read them.
   std::atomic<int> m_audioTrack;
   std::atomic<int> m_subtitleTrack;
-  std::string m_externalSubtitle;  // guarded by m_timeLock
+  std::string m_externalSubtitle;
   std::string m_tmpSubtitle;
   uint32_t m_tid;
   pthread_mutex_t m_lock;
@@ -291,4 +297,13 @@ class CPlayer {
 
   // The last volume above 0 that any player read before muting.
   static std::atomic<int> s_lastVolume;
+
+ private:
+  // The play queue and the place in it: a command thread grows, shrinks
+  // and reorders the queue while the player's thread walks it. Held only
+  // for the read or the change, never across a back-end's stop/play or a
+  // device call.
+  mutable std::mutex m_queueLock;
+  std::vector<playQueueItem_s> m_playQueue;
+  size_t m_currTrack;
 };

@@ -55,7 +55,7 @@ struct HistoryLine {
 }  // namespace
 
 int CPlayer::findAutoPlugSubtitle(playlistElm_s& elm) {
-  m_autoPlugSubtitle.clear();
+  clearAutoPlugSubtitle();
   std::string objectID;
   switch (elm.contentType) {
     case CONTENT_FILE: {
@@ -100,7 +100,9 @@ int CPlayer::findAutoPlugSubtitle(playlistElm_s& elm) {
   }
   const char* path = node.isEmpty() ? nullptr : node.getText();
   if (path) {
-    m_autoPlugSubtitle = convertFullSubtitle(path);
+    const std::string full = convertFullSubtitle(path);
+    std::lock_guard<std::mutex> lk(m_fieldLock);
+    m_autoPlugSubtitle = full;
     m_sseek = "0";
     m_sencoding = "UTF-8";
   }
@@ -171,23 +173,26 @@ int CPlayer::savePlayHistory() {
       return 1;
   }
   cmd.add("-p ", std::to_string(getCurrTimeSecond()), " -m 1 ");
-  std::string subtitle;
-  getExternalSubtitle(subtitle);
-  if (subtitle.empty()) subtitle = m_autoPlugSubtitle;
+  std::string external, sencoding, sseek;
+  getExternalSubtitle(external);
+  const std::string subtitle = !external.empty() ? external : getAutoPlugSubtitle();
   if (!subtitle.empty()) {
     if (!can_stand_in_single_quotes(subtitle)) return 1;
     cmd.add("-x '", subtitle, "' ");
   }
+  // Read once: a player thread may change them meanwhile.
   const int subtitleTrack = m_subtitleTrack, audioTrack = m_audioTrack;
   if (subtitleTrack != -1) cmd.add("-s ", std::to_string(subtitleTrack), " ");
   if (audioTrack != 0) cmd.add("-a ", std::to_string(audioTrack), " ");
-  if (!m_sencoding.empty()) {
-    if (!can_stand_unquoted(m_sencoding)) return 1;
-    cmd.add("-e ", m_sencoding, " ");
+  sencoding = getSencoding();
+  sseek = getSseek();
+  if (!sencoding.empty()) {
+    if (!can_stand_unquoted(sencoding)) return 1;
+    cmd.add("-e ", sencoding, " ");
   }
-  if (!m_sseek.empty()) {
-    if (!can_stand_unquoted(m_sseek)) return 1;
-    cmd.add("-o ", m_sseek, " ");
+  if (!sseek.empty()) {
+    if (!can_stand_unquoted(sseek)) return 1;
+    cmd.add("-o ", sseek, " ");
   }
   const ShellLine line(cmd.format.c_str(), cmd.values);
   VLOG(LOG_COLOR_AGENT, "savePlayHistory cmd = %s\n", line.display().c_str());

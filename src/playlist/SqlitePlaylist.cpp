@@ -2,7 +2,10 @@
 // row callbacks.
 #include "playlist/SqlitePlaylist.h"
 
+#include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -156,6 +159,30 @@ int select_int_row(void* arg, int columns, char** values, char**) {
   return 0;
 }
 
+// Moves a damaged file (and any journal of it, which may be needed to read
+// it) aside under "<file>.damaged-YYYYMMDD-HHMMSS", so that what it held can
+// still be recovered by hand. Never overwrites an earlier one. False when
+// the file could not be moved.
+bool move_damaged_aside(const std::string& path) {
+  char stamp[32];
+  const time_t now = time(nullptr);
+  struct tm local;
+  if (!localtime_r(&now, &local) || strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &local) == 0) return false;
+  std::string aside;
+  for (int n = 0;; ++n) {
+    aside = path + ".damaged-" + stamp + (n == 0 ? "" : "." + std::to_string(n));
+    if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) break;
+    if (errno != EEXIST || n == 99) {
+      VLOG(LOG_COLOR_FAIL, "%s: cannot move the damaged file aside: %s\n", path.c_str(), std::strerror(errno));
+      return false;
+    }
+  }
+  for (const char* suffix : {"-journal", "-wal", "-shm"})
+    ::renameat2(AT_FDCWD, (path + suffix).c_str(), AT_FDCWD, (aside + suffix).c_str(), RENAME_NOREPLACE);
+  VLOG(LOG_COLOR_FAIL, "%s is damaged: moved aside to %s, an empty one replaces it\n", path.c_str(), aside.c_str());
+  return true;
+}
+
 }  // namespace
 
 CSqlitePlaylist::CSqlitePlaylist() {
@@ -205,8 +232,8 @@ int CSqlitePlaylist::openStore_() {
   sqlite3_free(err);
   // A damaged file holds no version either; only a passing fault (busy,
   // locked, I/O, memory) leaves the file for a later try.
-  bool bNoVersion = rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT ||
-                    (rc == SQLITE_ERROR && errText.rfind("no such table", 0) == 0);
+  const bool bDamaged = rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT;
+  bool bNoVersion = bDamaged || (rc == SQLITE_ERROR && errText.rfind("no such table", 0) == 0);
   if (rc != SQLITE_OK && !bNoVersion) {
     VLOG(LOG_COLOR_FAIL, "%s\n", errText.empty() ? sqlite3_errstr(rc) : errText.c_str());
     return -12;
@@ -220,7 +247,10 @@ int CSqlitePlaylist::openStore_() {
   }
 
   db.reset();
-  if (std::remove(m_dbPath.c_str()) != 0) VLOG(LOG_COLOR_FAIL, "remove %s failed\n", m_dbPath.c_str());
+  // A damaged file is kept beside the new one; one that cannot be moved is
+  // left alone for a later try rather than lost.
+  if (bDamaged && !move_damaged_aside(m_dbPath)) return -12;
+  if (!bDamaged && std::remove(m_dbPath.c_str()) != 0) VLOG(LOG_COLOR_FAIL, "remove %s failed\n", m_dbPath.c_str());
   // A journal of the old file must not be played into the new one.
   for (const char* suffix : {"-journal", "-wal", "-shm"}) std::remove((m_dbPath + suffix).c_str());
 

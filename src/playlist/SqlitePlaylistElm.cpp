@@ -162,6 +162,14 @@ int CSqlitePlaylist::reorderPlaylistElm(int playlistID, int from, int to) {
       CStatement::format("select uuid from playlist_tbl where playlistid=%d and orderNr=%d", playlistID, from), &rows);
   // No element at `from` (or no answer): nothing may move.
   if (rows != 1) return -12;
+  // The key is carried as an int: a uuid beyond its range (a file written
+  // elsewhere) would make the last update miss the row, or hit another.
+  // Such a key must name the moving row and no other before anything moves.
+  int keyRows = 0;
+  int keyOrder = selectInt_(
+      CStatement::format("select orderNr from playlist_tbl where playlistid=%d and uuid=%d", playlistID, key),
+      &keyRows);
+  if (keyRows != 1 || keyOrder != from) return SQLITE_ERROR;
   CStatement shift =
       from < to ? CStatement::format(
                       "update playlist_tbl set orderNr=orderNr-1 where playlistid=%d and orderNr>%d and orderNr<=%d",
@@ -175,6 +183,10 @@ int CSqlitePlaylist::reorderPlaylistElm(int playlistID, int from, int to) {
                                 key),
              nullptr, nullptr);
   if (rc != SQLITE_OK) return rc;
+  // The shift has run: a last update that moved no row would leave two rows
+  // with one order number. The unit rolls all of it back, as a failed
+  // statement does.
+  if (sqlite3_changes(db_()) != 1) return SQLITE_ERROR;
   return unit.commit();
 }
 

@@ -4,11 +4,14 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -134,34 +137,95 @@ TEST(UnixSocketIpc, ClientIgnoresTheDescriptorServerFallsBackToTheLastAccepted) 
   }
 }
 
-TEST(AcceptLoop, OutOfDescriptorsIsReportedAndTheWaitingClientClosedInsteadOfSpinning) {
+// Out of descriptors, in a child process of its own (the limit is per
+// process). A client that arrives while none is free is dropped; once some
+// are freed, the next client is served even though the accept that failed
+// ran before it arrived.
+TEST(AcceptLoop, OutOfDescriptorsDropsOnlyWhileStillExhausted) {
   testsupport::TestRoot root(false);
   const std::string path = root.path("/tmp/sock");
-  CUnixSocketIpc server(path.c_str(), true), client(path.c_str(), false);
+  CUnixSocketIpc server(path.c_str(), true);
   ASSERT_EQ(0, server.Listen(4));
-  ASSERT_EQ(0, client.Connect());
-  g_cmdLogPath = root.path("/cmd.log");  // cannot be opened either: errno stays EMFILE
-  accept_keep_spare();
-  struct rlimit saved, tight;
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
-  const std::string log = logged([&] {
-    const int lowest = ::dup(0);  // the next free number: then none is left below the limit
+  int logPipe[2], freePipe[2], ackPipe[2];
+  ASSERT_EQ(0, ::pipe(logPipe));
+  ASSERT_EQ(0, ::pipe(freePipe));
+  ASSERT_EQ(0, ::pipe(ackPipe));
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ::close(logPipe[0]);
+    ::close(freePipe[1]);
+    ::close(ackPipe[0]);
+    vessord::log_set_tee(logPipe[1]);
+    g_cmdLogPath = root.path("/cmd.log");  // cannot be opened either
+    accept_keep_spare();
+    const int idle[2] = {::open("/dev/null", O_RDONLY), ::open("/dev/null", O_RDONLY)};
+    const int lowest = ::dup(0);  // the next free number: none is left below the limit
     ::close(lowest);
-    tight = saved;
+    struct rlimit tight;
+    ::getrlimit(RLIMIT_NOFILE, &tight);
     tight.rlim_cur = static_cast<rlim_t>(lowest);
-    setrlimit(RLIMIT_NOFILE, &tight);
-    accept_once(server, nullptr);
-    setrlimit(RLIMIT_NOFILE, &saved);
-  });
+    if (idle[0] < 0 || idle[1] < 0 || ::setrlimit(RLIMIT_NOFILE, &tight) != 0) ::_exit(2);
+    std::thread freer([&] {  // the idle ones close on the test's word
+      char c;
+      if (::read(freePipe[0], &c, 1) != 1) return;
+      ::close(idle[0]);
+      ::close(idle[1]);
+      if (::write(ackPipe[1], "k", 1) != 1) ::_exit(3);
+    });
+    accept_once(server, nullptr);  // client A
+    accept_once(server, nullptr);  // client B
+    freer.join();
+    char c;
+    while (::read(freePipe[0], &c, 1) > 0) {}  // the test is done with B
+    ::_exit(0);
+  }
+  ::close(logPipe[1]);
+  ::close(freePipe[0]);
+  ::close(ackPipe[1]);
+  std::string log;
+  auto waitForReports = [&](size_t n) {  // the child's "EMFILE" lines
+    auto count = [&] {
+      size_t k = 0;
+      for (size_t at = log.find("EMFILE"); at != std::string::npos; at = log.find("EMFILE", at + 1)) ++k;
+      return k;
+    };
+    char buf[512];
+    while (count() < n) {
+      const ssize_t got = ::read(logPipe[0], buf, sizeof buf);
+      if (got <= 0) break;
+      log.append(buf, static_cast<size_t>(got));
+    }
+    return count() >= n;
+  };
+  char byte;
+  {
+    CUnixSocketIpc a(path.c_str(), false);
+    ASSERT_EQ(0, a.Connect());
+    EXPECT_EQ(0, a.Read(&byte, 1, -1)) << "still exhausted: the waiting client is closed";
+  }
+  EXPECT_TRUE(waitForReports(1)) << log;
   EXPECT_NE(std::string::npos, log.find("ipc.Accept() ... fial\n")) << log;
   EXPECT_NE(std::string::npos, log.find("ipc.Accept()..... EMFILE\n")) << log;
-  // The waiting connection was taken and closed: no longer pending, so the
-  // next accept would wait instead of failing again at once.
-  char byte;
-  EXPECT_EQ(0, client.Read(&byte, 1, -1));
-  const int again = ::dup(0);  // the reserve is back: the lowest number is still above it
-  ASSERT_GE(again, 0);
-  ::close(again);
+  // The second accept fails before B exists; then descriptors are freed.
+  ASSERT_TRUE(waitForReports(2)) << log;
+  ASSERT_EQ(1, ::write(freePipe[1], "f", 1));
+  ASSERT_EQ(1, ::read(ackPipe[0], &byte, 1));
+  {
+    CUnixSocketIpc b(path.c_str(), false);
+    ASSERT_EQ(0, b.Connect());
+    const std::string request = "<root><command>NoSuchCommand</command></root>";
+    ASSERT_EQ(static_cast<ssize_t>(request.size()), b.Write(request.data(), request.size(), -1));
+    char header[kReplyHeaderSize];
+    EXPECT_EQ(static_cast<ssize_t>(sizeof header), b.Read(header, sizeof header, -1)) << "B was dropped";
+    EXPECT_GT(std::atoi(header), 0);
+  }
+  ::close(freePipe[1]);
+  int status = 0;
+  ASSERT_EQ(child, ::waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  ::close(logPipe[0]);
+  ::close(ackPipe[0]);
 }
 
 TEST(DebugWriteLog, StampedLinesAndRotationPast10MiB) {

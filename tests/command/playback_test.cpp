@@ -187,7 +187,7 @@ TEST_F(Playback, ListPlayerAndDebugDumpShowTheLivePlayers) {
 TEST_F(Playback, StatusReplyListsTheSnapshotInItsOrder) {
   CFakePlayer* p = player("dev-1", {"/share/Public/a.mp3", "/share/Public/b.mp3"});
   p->setPlayMode(REPEAT);
-  p->m_currTrack = 1;
+  p->setCurrTrackIndex(1);
   p->setCurrTime("00:01:05");
   p->setTotalTime(std::string("00:03:00"));
   EXPECT_EQ(
@@ -204,7 +204,7 @@ TEST_F(Playback, StatusReplyListsTheSnapshotInItsOrder) {
 
   // A queue past its end reads "unknow" and the index as it stands.
   p->clearPlayQueue(false);
-  p->m_currTrack = 4;
+  p->setCurrTrackIndex(4);
   p->setSubtitleTrack(2);
   const std::string reply = run("GetPlayerStatus", {{"dev", "dev-1"}});
   EXPECT_EQ("unknow", node(reply, "trackType"));

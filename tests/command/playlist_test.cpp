@@ -347,14 +347,14 @@ class PlayersFollow : public PlaylistCommands {
  protected:
   Strings queue(managertest::CFakePlayer* p) {
     Strings out;
-    for (const playQueueItem_s& item : p->m_playQueue)
+    for (const playQueueItem_s& item : p->getPlayQueue())
       for (const playlistElm_s& r : rows("Live"))
         if (r.uuid == item.uuid) out.push_back(r.content);
     return out;
   }
   std::string current(managertest::CFakePlayer* p) {
     const Strings q = queue(p);
-    return static_cast<size_t>(p->m_currTrack) < q.size() ? q[static_cast<size_t>(p->m_currTrack)] : "none";
+    return p->getCurrTrackIndex() < q.size() ? q[p->getCurrTrackIndex()] : "none";
   }
 };
 
@@ -364,7 +364,7 @@ TEST_F(PlayersFollow, EachChangeReachesThePlayingQueue) {
   ASSERT_EQ(0, m.setPlaylist("dev-1", "Live", app.c_str()));
   managertest::CFakePlayer* p = managertest::fake(m, "dev-1");
   ASSERT_NE(nullptr, p);
-  p->m_currTrack = 1;
+  p->setCurrTrackIndex(1);
   ASSERT_EQ("0", status("AddContent", add("Live", "D")));
   EXPECT_EQ((Strings{"A", "B", "C", "D"}), queue(p));
   EXPECT_EQ("B", current(p));
@@ -380,7 +380,7 @@ TEST_F(PlayersFollow, EachChangeReachesThePlayingQueue) {
   const std::string head = "<r><playlist>Live</playlist><appType>" + app + "</appType>";
   const std::string del = paramFile("live-del.xml", head + "<uuid>" + uuidOf("Live", "D") + "</uuid></r>");
   ASSERT_EQ("0", status("BatchDelPlaylist", {{"filePath", del}}));
-  EXPECT_EQ(3u, p->m_playQueue.size());
+  EXPECT_EQ(3u, p->getPlayQueue().size());
   const std::string addFile =
       paramFile("live-add.xml", head + "<item mediaType=\"audio\" contentType=\"file\">E</item></r>");
   ASSERT_EQ("0", status("BatchAddPlaylist", {{"filePath", addFile}}));
@@ -390,7 +390,7 @@ TEST_F(PlayersFollow, EachChangeReachesThePlayingQueue) {
   // Deleting the playlist stops the player and empties its queue.
   p->takeEvents();
   ASSERT_EQ("0", status("DelPlaylist", named("Live")));
-  EXPECT_TRUE(p->m_playQueue.empty());
+  EXPECT_TRUE(p->getPlayQueue().empty());
   const Strings events = p->takeEvents();
   EXPECT_NE(events.end(), std::find(events.begin(), events.end(), "stop(true)"));
 }

@@ -85,9 +85,9 @@ class CFakePlayer : public CPlayer {
     return out;
   }
 
-  using CPlayer::m_currTrack;
+  using CPlayer::getPlayQueue;
+  using CPlayer::setCurrTrackIndex;
   using CPlayer::m_playerState;
-  using CPlayer::m_playQueue;
   int m_volume = 30;
   int m_playResult = 0;
   int m_nextResult = 0;

@@ -84,8 +84,8 @@ TEST_F(ManagerThreads, PlaylistOperationsWaitForTheRunningCommandOnly) {
   const Strings events = busy->takeEvents();
   ASSERT_EQ(4u, events.size());
   EXPECT_EQ((Strings{"play", "play-end", "stop(true)", "stop(true)"}), events);
-  EXPECT_EQ(nullptr, busy->getPlaylistTitle());
-  EXPECT_EQ(nullptr, idle->getPlaylistTitle());
+  EXPECT_EQ("", busy->getPlaylistTitle());
+  EXPECT_EQ("", idle->getPlaylistTitle());
   // The barrier holds nothing afterwards.
   EXPECT_EQ(0, m.play("busy", 0));
 }

@@ -57,7 +57,7 @@ TEST_F(Manager, CommandsReachOnlyAPlayerThatSetPlaylistMade) {
   CFakePlayer* p = player("dev-1", title);
   ASSERT_NE(nullptr, p);
   EXPECT_EQ(3u, p->getPlaylistSize());
-  EXPECT_STREQ("10.0.0.9", p->getIP());
+  EXPECT_EQ("10.0.0.9", p->getIP());
   EXPECT_EQ(1u, m.getNumOfPlayer());
   EXPECT_EQ("dev-1", m.getPlayerRenderID(0));
   EXPECT_EQ("Kitchen", m.getPlayerDeviceName(0));
@@ -159,7 +159,7 @@ TEST_F(Manager, APlayerIsParkedAtItsFourthMissedScanAndTakenBackWhole) {
   const std::string other = playlist(2, "b");
   EXPECT_EQ(0, m.setPlaylist("dev-1", other.c_str(), "music"));
   EXPECT_EQ(one, fake(m, "dev-1"));
-  EXPECT_STREQ("", one->getIP());
+  EXPECT_EQ("", one->getIP());
   EXPECT_EQ(other, one->getPlaylistTitle());
   // Without names the player comes back but the result stays -4.
   EXPECT_EQ(-4, m.setPlaylist("dev-2", "", ""));
@@ -206,12 +206,12 @@ TEST_F(Manager, MovingAnElementKeepsTheCurrentTrackByTheModesTable) {
   };
   for (const auto& c : plain) {
     p->setPlayMode(NORMAL);
-    p->m_currTrack = c.cur;
+    p->setCurrTrackIndex(c.cur);
     m.reorderPlayQueue(title, c.from, c.to);
     EXPECT_EQ(c.expected, p->getCurrTrack()) << c.cur << " " << c.from << "->" << c.to;
   }
   // A new place past the queue's end is not taken.
-  p->m_currTrack = 5;
+  p->setCurrTrackIndex(5);
   m.reorderPlayQueue(title, 7, 5);
   EXPECT_EQ(5u, p->getCurrTrack());
 
@@ -229,7 +229,7 @@ TEST_F(Manager, MovingAnElementKeepsTheCurrentTrackByTheModesTable) {
 
   // Other titles and an empty one are left alone.
   p->setPlayMode(NORMAL);
-  p->m_currTrack = 2;
+  p->setCurrTrackIndex(2);
   m.reorderPlayQueue("", 2, 4);
   m.reorderPlayQueue(title + "x", 2, 4);
   EXPECT_EQ(2u, p->getCurrTrack());
@@ -262,7 +262,7 @@ TEST_F(Manager, PlaylistChangesReachEveryPlayerOfThePlaylist) {
   ASSERT_EQ(0, store.getPlaylistElmByIndex(added, musicID, 3));
   m.addLastItemInPlayQueue(title.c_str(), 0);
   ASSERT_EQ(4u, music->getPlaylistSize());
-  EXPECT_EQ(added.uuid, music->m_playQueue[0].uuid);
+  EXPECT_EQ(added.uuid, music->getPlayQueue()[0].uuid);
   EXPECT_EQ(2u, video->getPlaylistSize()) << "its own playlist has no fourth row";
 
   // Rows added in a batch: the queue is brought up to the store.
@@ -288,7 +288,7 @@ TEST_F(Manager, PlaylistChangesReachEveryPlayerOfThePlaylist) {
   // Deleting a playlist matches the title and the appType.
   video->takeEvents();
   m.delPlaylist(title.c_str(), "video");
-  EXPECT_EQ(nullptr, video->getPlaylistTitle());
+  EXPECT_EQ("", video->getPlaylistTitle());
   EXPECT_EQ(0u, video->getPlaylistSize());
   EXPECT_EQ(title, music->getPlaylistTitle());
   m.delPlaylist(nullptr, "music");

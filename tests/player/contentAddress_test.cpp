@@ -223,7 +223,7 @@ TEST_F(AgentTest, HistoryLinesOfEachContentType) {
   EXPECT_EQ(0, db->savePlayHistory());
   auto obj = playing(testTitle("-obj"), {"v1002", "v404"}, CONTENT_OBJECT, "00:00:05");
   EXPECT_EQ(0, obj->savePlayHistory());
-  obj->m_currTrack = 1;  // an object the library does not know
+  obj->setCurrTrackIndex(1);  // an object the library does not know
   EXPECT_EQ(1, obj->savePlayHistory());
   const std::string tool = "/usr/local/medialibrary/bin/tovuhist savePlayHistory 1000 ";
   EXPECT_EQ((Strings{tool + "'/share/Public/a b.mp4' -p 90 -m 1 -x '/share/Public/a b.srt' -s 2 -a 1 -e UTF-8 -o 0",
@@ -241,14 +241,14 @@ TEST_F(AgentTest, NothingIsWrittenWithoutOwnerPositionOrSafeText) {
   EXPECT_EQ(Strings{"/usr/bin/id -u alice"}, sharedRoot().calls());
   p->m_currTime = "00:00:10";
   EXPECT_EQ(1, p->savePlayHistory());  // the path would leave its quotes
-  p->m_currTrack = 1;
+  p->setCurrTrackIndex(1);
   p->m_autoPlugSubtitle = "/share/Public/x'; reboot; '.srt";  // so would the subtitle
   EXPECT_EQ(1, p->savePlayHistory());
   p->m_autoPlugSubtitle.clear();
   p->m_sencoding = "UTF-8;reboot";  // stands bare
   EXPECT_EQ(1, p->savePlayHistory());
   p->m_sencoding.clear();
-  p->m_currTrack = 5;  // no such element: its type stays unknown
+  p->setCurrTrackIndex(5);  // no such element: its type stays unknown
   EXPECT_EQ(1, p->savePlayHistory());
   auto db = playing(testTitle("-db"), {"1003 ; reboot"}, CONTENT_DBID, "00:00:10");
   EXPECT_EQ(1, db->savePlayHistory());  // a database id stands bare

@@ -76,8 +76,9 @@ class CRecordingPlayer : public CPlayer {
   std::vector<size_t> orders() const { return field(&playQueueItem_s::order); }
   std::vector<unsigned long> uuids() const { return field(&playQueueItem_s::uuid); }
 
-  using CPlayer::m_autoPlugSubtitle, CPlayer::m_currTime, CPlayer::m_currTrack, CPlayer::m_externalSubtitle,
-      CPlayer::m_playerState, CPlayer::m_playQueue, CPlayer::m_seekTime, CPlayer::m_sencoding, CPlayer::m_sseek;
+  using CPlayer::m_autoPlugSubtitle, CPlayer::m_currTime, CPlayer::m_externalSubtitle, CPlayer::m_playerState,
+      CPlayer::m_seekTime, CPlayer::m_sencoding, CPlayer::m_sseek;
+  using CPlayer::getPlayQueue, CPlayer::moveCurrTrack, CPlayer::setCurrTrackIndex, CPlayer::setPlayQueue;
   bool m_bHasVolume = true;
   int m_volume = 0;
 
@@ -90,7 +91,7 @@ class CRecordingPlayer : public CPlayer {
   template <typename T>
   std::vector<T> field(T playQueueItem_s::*member) const {
     std::vector<T> out;
-    for (const playQueueItem_s& e : m_playQueue) out.push_back(e.*member);
+    for (const playQueueItem_s& e : getPlayQueue()) out.push_back(e.*member);
     return out;
   }
   Strings m_events;

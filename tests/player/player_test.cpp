@@ -26,7 +26,7 @@ std::vector<T> sorted(std::vector<T> v) {
 
 // A result, the current place and the play and stop calls since the last look: "0 @3 stop(true) play".
 std::string after(CRecordingPlayer& p) {
-  std::string out = "@" + std::to_string(p.m_currTrack);
+  std::string out = "@" + std::to_string(p.getCurrTrackIndex());
   for (const std::string& e : p.takeEvents()) out += " " + e;
   return out;
 }
@@ -79,7 +79,7 @@ TEST(PlayQueueLoad, ConstructorAndSetPlaylist) {
   EXPECT_EQ(id, p.getPlaylistID());
   EXPECT_EQ("alice/tagged", p.getOwner() + "/" + p.getTag());
   EXPECT_EQ(identity(3), p.orders());
-  p.m_currTrack = 2;
+  p.setCurrTrackIndex(2);
   p.m_playerState = STATE_PLAY_E;
   p.setPlaylist(second, "music");  // a playing player goes on with the new list, from the top
   EXPECT_EQ("@0 stop(true) play", after(p));
@@ -103,10 +103,25 @@ TEST(Reorder, MovesInPlainModesAndSwapsInShuffledOnes) {
   EXPECT_EQ((Uuids{u[1], u[3], u[2], u[0]}), p.uuids());
   EXPECT_EQ(identity(4), p.orders());
   p.setPlayMode(SHUFFLE_REPEAT_ONE);
-  p.m_playQueue = {{2, 10}, {0, 11}, {3, 12}, {1, 13}};
+  p.setPlayQueue({{2, 10}, {0, 11}, {3, 12}, {1, 13}});
   p.reorderPlayQueue(0, 3);  // the entries holding orders 0 and 3 trade places
   EXPECT_EQ((std::vector<size_t>{2, 3, 0, 1}), p.orders());
   EXPECT_EQ((Uuids{10, 12, 11, 13}), p.uuids());
+}
+
+// The back-ends' steps: one place at a time, refused at either end and
+// from a place past the queue, never wrapping.
+TEST(Reorder, BackEndStepsStopAtTheEnds) {
+  makePlaylist(testTitle(), numbered(3));
+  CRecordingPlayer p(PLAYER_TYPE_DLNA, testTitle());
+  std::string trail;
+  for (bool forward : {false, true, true, true, false, false, false})
+    trail += p.moveCurrTrack(forward) ? std::to_string(p.getCurrTrackIndex()) : "x";
+  EXPECT_EQ("x12x10x", trail);
+  p.setCurrTrackIndex(7);
+  EXPECT_EQ("x x 7", std::string(p.moveCurrTrack(true) ? "?" : "x") + " " + (p.moveCurrTrack(false) ? "?" : "x") +
+                         " " + std::to_string(p.getCurrTrackIndex()));
+  EXPECT_TRUE(p.takeEvents().empty()) << "a step alone never stops or plays";
 }
 
 TEST(SelectTrack, ByNumberOrderContentAndAfterAClear) {
@@ -118,7 +133,7 @@ TEST(SelectTrack, ByNumberOrderContentAndAfterAClear) {
   EXPECT_EQ("-1 @0", outcome(p.setCurrTrack(5), p));
   // Shuffled: a track is an order number; the current element is the order at the current place.
   cast.setPlayMode(SHUFFLE);
-  cast.m_playQueue = {{2, 0}, {0, 0}, {1, 0}, {4, 0}, {3, 0}};
+  cast.setPlayQueue({{2, 0}, {0, 0}, {1, 0}, {4, 0}, {3, 0}});
   EXPECT_EQ("0 @3 stop(false) play", outcome(cast.setCurrTrack(4), cast));
   playlistElm_s elm;
   EXPECT_EQ("0 " + contents[4], got(cast.getPlaylistElmByIndex(elm, -1), elm.content));
@@ -127,12 +142,14 @@ TEST(SelectTrack, ByNumberOrderContentAndAfterAClear) {
   EXPECT_EQ("0 @2", outcome(cast.setCurrTrackIdByOrder(1), cast));
   EXPECT_EQ("-1 @2", outcome(cast.setCurrTrackIdByOrder(7), cast));
   // Found twice: the first row whose uuid has a queue entry wins.
-  p.m_playQueue.erase(p.m_playQueue.begin() + 1);
+  std::vector<playQueueItem_s> queue = p.getPlayQueue();
+  queue.erase(queue.begin() + 1);
+  p.setPlayQueue(queue);
   EXPECT_EQ("0 @2 stop(true) play", outcome(p.setCurrTrackByContent(contents[1].c_str()), p));
   EXPECT_EQ("-1 @2", outcome(p.setCurrTrackByContent("/share/Public/none.mp3"), p));
   p.clearPlayQueue(true);  // forgets the playlist, keeps the position
   EXPECT_EQ("@2 stop(true)", after(p));
-  EXPECT_EQ(nullptr, p.getPlaylistTitle());
+  EXPECT_EQ("", p.getPlaylistTitle());
   EXPECT_EQ(-1, p.getPlaylistID());
   EXPECT_EQ(-1, p.setCurrTrackByContent(contents[0].c_str()));
 }
@@ -163,7 +180,7 @@ struct QueueWalk {
       case 0: changeMode(static_cast<playMode_e>(pick(6))); break;
       case 1: p.setCurrTrack(static_cast<unsigned>(pick(n + 1))); break;
       case 2: walk(); break;
-      case 3: if (n > 2) deleteOne(p.m_playQueue[from]); break;
+      case 3: if (n > 2) deleteOne(p.getPlayQueue()[from]); break;
       case 4:
         store().reorderPlaylistElm(p.getPlaylistID(), static_cast<int>(from), static_cast<int>(to));
         p.reorderPlayQueue(from, to);
@@ -181,9 +198,10 @@ struct QueueWalk {
   // Deleting the current entry stops, then plays what moved into its place
   // (past the end, REPEAT starts over); an earlier entry moves the place back.
   void deleteOne(playQueueItem_s item) {
-    const size_t cur = p.m_currTrack;  // compared as an order number, in every mode
-    auto playing = std::find_if(p.m_playQueue.begin(), p.m_playQueue.end(), [&](auto& e) { return e.order == cur; });
-    if (pick(2) && playing != p.m_playQueue.end()) item = *playing;  // the current entry half the time
+    const size_t cur = p.getCurrTrackIndex();  // compared as an order number, in every mode
+    const std::vector<playQueueItem_s> queue = p.getPlayQueue();
+    auto playing = std::find_if(queue.begin(), queue.end(), [&](auto& e) { return e.order == cur; });
+    if (pick(2) && playing != queue.end()) item = *playing;  // the current entry half the time
     const bool current = item.order == cur, last = cur + 1 == p.getPlaylistSize();
     const bool wrap = current && last && p.getPlayMode() == REPEAT, plays = current && (!last || wrap);
     store().delElmInPlaylist(title.c_str(), "music", item.uuid);
@@ -194,7 +212,7 @@ struct QueueWalk {
 
   void changeMode(playMode_e mode) {
     const playMode_e old = p.getPlayMode();
-    const size_t cur = p.m_currTrack;
+    const size_t cur = p.getCurrTrackIndex();
     const bool inside = cur < p.getPlaylistSize(), plain = mode == NORMAL || mode == REPEAT;
     const unsigned before = p.getCurrTrack();
     const std::vector<size_t> orders = p.orders();
@@ -215,7 +233,7 @@ struct QueueWalk {
   }
 
   void walk() {
-    const size_t n = p.getPlaylistSize(), startPlace = p.m_currTrack;
+    const size_t n = p.getPlaylistSize(), startPlace = p.getCurrTrackIndex();
     if (startPlace >= n) return;
     const playMode_e mode = p.getPlayMode();
     const unsigned start = p.getCurrTrack();
@@ -234,7 +252,7 @@ struct QueueWalk {
     const size_t visits = round ? n : n - 1 - startPlace;
     EXPECT_EQ(visits, seen.size());
     EXPECT_EQ(visits, std::set<unsigned>(seen.begin(), seen.end()).size());
-    EXPECT_TRUE(round || p.m_currTrack == n - 1) << "a list that ends stays on its last entry";
+    EXPECT_TRUE(round || p.getCurrTrackIndex() == n - 1) << "a list that ends stays on its last entry";
     for (size_t i = 0; (mode == NORMAL || mode == REPEAT) && i < seen.size(); ++i)
       EXPECT_EQ((start + 1 + i) % n, seen[i]);
   }

@@ -4,8 +4,13 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <dirent.h>
+
 #include <map>
+#include <memory>
 #include <random>
+#include <regex>
+#include <set>
 
 #include "storeHelpers.h"
 
@@ -38,6 +43,20 @@ std::string db_of_version(const std::string& version) {
   return sql + "INSERT INTO Version_TBL VALUES('" + version + "');" +
          "INSERT INTO PlaylistLib_TBL VALUES(NULL, 0, 'app', 'old', '', '');"
          "INSERT INTO Playlist_TBL VALUES(NULL, 1, 0, 0, 0, '/share/a.mp3', 'N/A');";
+}
+
+// The files moved aside beside the store, by name.
+std::map<std::string, std::string> set_aside(const TestRoot& root) {
+  std::map<std::string, std::string> out;
+  const std::string file = root.path(kDbFile);
+  const std::string dir = file.substr(0, file.rfind('/'));
+  std::unique_ptr<DIR, int (*)(DIR*)> d(opendir(dir.c_str()), closedir);
+  if (!d) return out;
+  while (dirent* e = readdir(d.get())) {
+    const std::string name = e->d_name;
+    if (name.rfind("playlist.db.damaged-", 0) == 0) out[name] = root.read(dir.substr(root.path("").size()) + "/" + name);
+  }
+  return out;
 }
 
 void expect_fresh(const std::string& file) {
@@ -75,7 +94,31 @@ TEST(PlaylistFile, MissingFileOrOneWithoutThisVersionIsMadeEmptyAndThenKept) {
       EXPECT_EQ(store.addPlaylist("p", MEDIA_VIDEO, "app", "me", "t"), 0);
     }
     EXPECT_EQ(CSqlitePlaylist().getPlaylistID("p", "app"), 1);
+    // A damaged file is kept beside the new one, whole; a file that only
+    // lacks this version is replaced without a trace.
+    const auto aside = set_aside(root);
+    if (c.first == "damaged" || c.first == "not a database") {
+      ASSERT_EQ(aside.size(), 1u);
+      EXPECT_TRUE(std::regex_match(aside.begin()->first, std::regex("playlist\\.db\\.damaged-[0-9]{8}-[0-9]{6}")))
+          << aside.begin()->first;
+      EXPECT_TRUE(aside.begin()->second == c.second.first) << "the damaged bytes, unchanged";
+    } else {
+      EXPECT_TRUE(aside.empty());
+    }
   }
+}
+
+// Damaged again and again: no earlier copy is overwritten.
+TEST(PlaylistFile, EachDamagedFileIsKeptApart) {
+  TestRoot root;
+  for (int i = 0; i < 3; ++i) {
+    lay_file(root, "SQLite format 3" + std::string(1, '\0') + std::string(4080, static_cast<char>('a' + i)), false);
+    CSqlitePlaylist store;
+    expect_fresh(root.path(kDbFile));
+  }
+  std::set<std::string> kept;
+  for (const auto& f : set_aside(root)) kept.insert(f.second.substr(16, 1));
+  EXPECT_EQ(kept, (std::set<std::string>{"a", "b", "c"}));
 }
 
 TEST(PlaylistFile, FileOfThisVersionIsKeptWhateverItHolds) {
@@ -102,6 +145,7 @@ TEST(PlaylistFile, FileThatCannotBeReadIsKeptAndOpenedLater) {
     CSqlitePlaylist store;
     EXPECT_EQ(store.addPlaylist("new", MEDIA_AUDIO, "app", nullptr, nullptr), -12);
     EXPECT_EQ(root.read(kDbFile), before);
+    EXPECT_TRUE(set_aside(root).empty()) << "a busy file is not damaged";
 
     sqlite3_exec(holder, "ROLLBACK", nullptr, nullptr, nullptr);
     sqlite3_close(holder);

@@ -89,6 +89,30 @@ TEST_F(PlaylistOps, ElementOperationsAtTheEdges) {
   EXPECT_EQ(I({db.getSizeOfPlaylist(a), db.getSizeOfPlaylist(b)}), (I{0, 3}));
 }
 
+// Keys beyond an int (rows written by another program) travel cut short:
+// such a move fails whole and leaves the order numbers dense, and it never
+// moves the row whose key the cut one happens to equal.
+TEST_F(PlaylistOps, ReorderOfAKeyBeyondAnIntFailsWhole) {
+  const int id = list("p", {"a", "b", "c"});
+  ASSERT_EQ(elements(db, id)[0].uuid, 1u);
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open(s.file().c_str(), &other), SQLITE_OK);
+  const std::string rows = "INSERT INTO Playlist_TBL VALUES(3000000000, " + std::to_string(id) +
+                           ", 3, 0, 0, 'far', 'N/A');INSERT INTO Playlist_TBL VALUES(4294967297, " +
+                           std::to_string(id) + ", 4, 0, 0, 'wraps', 'N/A');";
+  EXPECT_EQ(sqlite3_exec(other, rows.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(other);
+  sqlite3_close(other);
+  const S before = dump(s.file());
+  EXPECT_NE(db.reorderPlaylistElm(id, 3, 0), 0);  // a key that matches no row
+  EXPECT_EQ(dump(s.file()), before);
+  EXPECT_NE(db.reorderPlaylistElm(id, 4, 2), 0);  // a cut key equal to the first row's
+  EXPECT_NE(db.reorderPlaylistElm(id, 4, 0), 0);
+  EXPECT_EQ(dump(s.file()), before);
+  EXPECT_EQ(db.reorderPlaylistElm(id, 2, 0), 0);  // the store still moves what it can
+  EXPECT_EQ(contents(db, id), (S{"c", "a", "b", "far", "wraps"}));
+  EXPECT_EQ(orders(db, id), dense(5));
+}
+
 TEST_F(PlaylistOps, TransEndWithoutBeginFailsAndFreesTheLock) {
   EXPECT_NE(db.transEnd(), SQLITE_OK);
   EXPECT_EQ(list("p", {"a"}), 1);  // would hang on a lock left held
