@@ -50,7 +50,12 @@ const char* kSlideshowFeatures =
 
 }  // namespace
 
-AirplayDevice::AirplayDevice() : m_server(new httplib::Server) { install_(); }
+AirplayDevice::AirplayDevice() : m_server(new httplib::Server) {
+  // Header and body go out in separate writes: without this, Nagle and the
+  // client's delayed ACK would stall every reply on a kept connection.
+  m_server->set_tcp_nodelay(true);
+  install_();
+}
 
 AirplayDevice::~AirplayDevice() { stop(); }
 
