@@ -2,7 +2,7 @@
 # Installs the Debian packages the build and the tests need, when missing.
 set -eu
 pkgs="cmake ninja-build g++ clang clang-tidy libclang-rt-14-dev libsqlite3-dev libgtest-dev libgmock-dev
-      libcurl4-openssl-dev procps mpd mpc"
+      libcurl4-openssl-dev libcpp-httplib-dev procps mpd mpc"
 missing=""
 for p in $pkgs; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
