@@ -160,12 +160,8 @@ TEST(AcceptLoop, OutOfDescriptorsDropsOnlyWhileStillExhausted) {
     g_cmdLogPath = root.path("/cmd.log");  // cannot be opened either
     accept_keep_spare();
     const int idle[2] = {::open("/dev/null", O_RDONLY), ::open("/dev/null", O_RDONLY)};
-    const int lowest = ::dup(0);  // the next free number: none is left below the limit
-    ::close(lowest);
-    struct rlimit tight;
-    ::getrlimit(RLIMIT_NOFILE, &tight);
-    tight.rlim_cur = static_cast<rlim_t>(lowest);
-    if (idle[0] < 0 || idle[1] < 0 || ::setrlimit(RLIMIT_NOFILE, &tight) != 0) ::_exit(2);
+    // Started before the limit: sanitizer runtimes need descriptors of their
+    // own while a thread starts.
     std::thread freer([&] {  // the idle ones close on the test's word
       char c;
       if (::read(freePipe[0], &c, 1) != 1) return;
@@ -173,6 +169,12 @@ TEST(AcceptLoop, OutOfDescriptorsDropsOnlyWhileStillExhausted) {
       ::close(idle[1]);
       if (::write(ackPipe[1], "k", 1) != 1) ::_exit(3);
     });
+    const int lowest = ::dup(0);  // the next free number: none is left below the limit
+    ::close(lowest);
+    struct rlimit tight;
+    ::getrlimit(RLIMIT_NOFILE, &tight);
+    tight.rlim_cur = static_cast<rlim_t>(lowest);
+    if (idle[0] < 0 || idle[1] < 0 || ::setrlimit(RLIMIT_NOFILE, &tight) != 0) ::_exit(2);
     accept_once(server, nullptr);  // client A
     accept_once(server, nullptr);  // client B
     freer.join();
