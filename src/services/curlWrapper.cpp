@@ -178,16 +178,19 @@ int CurlWrapper::perform_(Response& response, const std::string& header, const s
   return curlParseResponse(m_curl.get(), response, header, content);
 }
 
-int CurlWrapper::simpleRequest_(Response& response, const std::string& path, Method method) {
-  std::string url = m_url + path;
+int CurlWrapper::prepare_(const std::string& path, std::string& header, std::string& content) {
+  const std::string url = m_url + path;
   VLOG(LOG_COLOR_TRACE, "url>>> %s", url.c_str());
-  std::string header;
-  std::string content;
   if (curlPrepare(m_curl.get(), url, &header, &content) != 0) {
     VLOG(LOG_COLOR_FAIL, "curlPrepare() fail.");
     return -1;
   }
-  if (setLimits_(m_curl.get()) != 0) return -1;
+  return setLimits_(m_curl.get());
+}
+
+int CurlWrapper::simpleRequest_(Response& response, const std::string& path, Method method) {
+  std::string header, content;
+  if (prepare_(path, header, content) != 0) return -1;
   if (method == Method::Post && curl_easy_setopt(m_curl.get(), CURLOPT_POST, 1L) != CURLE_OK) return -1;
   return perform_(response, header, content);
 }
@@ -195,15 +198,8 @@ int CurlWrapper::simpleRequest_(Response& response, const std::string& path, Met
 int CurlWrapper::airplayPostStop(Response& response) {
   if (check() != 0) return -1;
   ThreadSingleLock lock(m_curlLock);
-  std::string url = m_url + "/stop";
-  VLOG(LOG_COLOR_TRACE, "url>>> %s", url.c_str());
-  std::string header;
-  std::string content;
-  if (curlPrepare(m_curl.get(), url, &header, &content) != 0) {
-    VLOG(LOG_COLOR_FAIL, "curlPrepare() fail.");
-    return -1;
-  }
-  if (setLimits_(m_curl.get()) != 0) return -1;
+  std::string header, content;
+  if (prepare_("/stop", header, content) != 0) return -1;
   if (curl_easy_setopt(m_curl.get(), CURLOPT_EXPECT_100_TIMEOUT_MS, 3000L) != CURLE_OK) return -1;
   if (curl_easy_setopt(m_curl.get(), CURLOPT_POST, 1L) != CURLE_OK) return -1;
   return perform_(response, header, content);
@@ -238,15 +234,8 @@ int CurlWrapper::airplayGetScrub(Response& response) {
 int CurlWrapper::airplayPostPlay(Response& response, std::string url) {
   if (check() != 0) return -1;
   ThreadSingleLock lock(m_curlLock);
-  std::string target = m_url + "/play";
-  VLOG(LOG_COLOR_TRACE, "url>>> %s", target.c_str());
-  std::string header;
-  std::string content;
-  if (curlPrepare(m_curl.get(), target, &header, &content) != 0) {
-    VLOG(LOG_COLOR_FAIL, "curlPrepare() fail.");
-    return -1;
-  }
-  if (setLimits_(m_curl.get()) != 0) return -1;
+  std::string header, content;
+  if (prepare_("/play", header, content) != 0) return -1;
   // The body lives until the request ends: libcurl does not copy POSTFIELDS.
   std::string body = "Content-Location: " + url + "\r\n" + "Start-Position: 0.0" + "\r\n";
   if (curl_easy_setopt(m_curl.get(), CURLOPT_POSTFIELDS, body.c_str()) != CURLE_OK) return -1;
@@ -258,14 +247,8 @@ int CurlWrapper::airplayPostPlay(Response& response, std::string url) {
 int CurlWrapper::airplayPutPhoto(Response& response, std::string path) {
   if (check() != 0) return -1;
   ThreadSingleLock lock(m_curlLock);
-  std::string url = m_url + "/photo";
-  VLOG(LOG_COLOR_TRACE, "url>>> %s", url.c_str());
-  std::string header;
-  std::string content;
-  if (curlPrepare(m_curl.get(), url, &header, &content) != 0) {
-    VLOG(LOG_COLOR_FAIL, "curlPrepare() fail.");
-    return -1;
-  }
+  std::string header, content;
+  if (prepare_("/photo", header, content) != 0) return -1;
   struct stat st {};
   if (stat(path.c_str(), &st) != 0) {
     VLOG(LOG_COLOR_FAIL, "can't stat %s", path.c_str());
@@ -276,7 +259,6 @@ int CurlWrapper::airplayPutPhoto(Response& response, std::string path) {
     VLOG(LOG_COLOR_FAIL, "fopen %s fail", path.c_str());
     return -1;
   }
-  if (setLimits_(m_curl.get()) != 0) return -1;
   if (curl_easy_setopt(m_curl.get(), CURLOPT_UPLOAD, 1L) != CURLE_OK) return -1;
   if (curl_easy_setopt(m_curl.get(), CURLOPT_READDATA, file.get()) != CURLE_OK) return -1;
   if (curl_easy_setopt(m_curl.get(), CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(st.st_size)) != CURLE_OK)
@@ -295,15 +277,8 @@ int CurlWrapper::airplayPutPhoto(Response& response, std::string path) {
 int CurlWrapper::airplayPostGetProperty(Response& response) {
   if (check() != 0) return -1;
   ThreadSingleLock lock(m_curlLock);
-  std::string url = m_url + "/getProperty?playbackAccessLog";
-  VLOG(LOG_COLOR_TRACE, "url>>> %s", url.c_str());
-  std::string header;
-  std::string content;
-  if (curlPrepare(m_curl.get(), url, &header, &content) != 0) {
-    VLOG(LOG_COLOR_FAIL, "curlPrepare() fail.");
-    return -1;
-  }
-  if (setLimits_(m_curl.get()) != 0) return -1;
+  std::string header, content;
+  if (prepare_("/getProperty?playbackAccessLog", header, content) != 0) return -1;
   if (curl_easy_setopt(m_curl.get(), CURLOPT_POST, 1L) != CURLE_OK) return -1;
   // curlPrepare has just emptied the list, so this sends no extra header.
   if (curl_easy_setopt(m_curl.get(), CURLOPT_HTTPHEADER, m_headers.get()) != CURLE_OK) return -1;

@@ -77,6 +77,9 @@ class CurlWrapper {
  private:
   enum class Method { Get, Post };
   // Steps 3 to 7 of a request, with m_curlLock held by the caller.
+  // The handle made ready for m_url + path, with the time limits; the
+  // caller holds m_curlLock and adds what its request needs.
+  int prepare_(const std::string& path, std::string& header, std::string& content);
   int simpleRequest_(Response& response, const std::string& path, Method method);
   int perform_(Response& response, const std::string& header, const std::string& content);
   // The time limits; with the lock held, after curlPrepare.
