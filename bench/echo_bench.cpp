@@ -6,8 +6,6 @@
 // of the daemon runs once.
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,9 +21,9 @@
 #include <vector>
 
 #include "command/unixSocketIpc.h"
+#include "benchDaemon.h"
 #include "vessorClient.h"
 
-extern char** environ;
 
 namespace {
 
@@ -100,19 +98,6 @@ void serve_fixed(CUnixSocketIpc* ipc, std::atomic<bool>* stop) {
   }
 }
 
-bool listening(const std::string& path) {
-  for (int i = 0; i < 2000; ++i) {
-    std::ifstream in("/proc/net/unix");
-    std::string line;
-    while (std::getline(in, line))
-      if (line.size() >= path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0 &&
-          line.find(" 00010000 ") != std::string::npos)
-        return true;
-    usleep(5000);
-  }
-  return false;
-}
-
 figures_s run_popen(const std::string& root, int& failures) {
   const std::string line = root + "/sbin/rakcfg -f " + root + "/etc/config/tarpo.conf KIVO Version";
   std::vector<double> lat;
@@ -136,32 +121,12 @@ void row(const char* what, int clients, int count, const figures_s& f) {
 
 int main() {
   signal(SIGPIPE, SIG_IGN);
-  char templ[] = "/tmp/vessord-bench-XXXXXX";
-  if (!mkdtemp(templ)) return 1;
-  const std::string root = templ;
-  const std::string lay = std::string("'") + VESSORD_SOURCE_DIR + "/sim/lay-root.sh' '" + root + "' '" +
-                          VESSORD_BINARY_DIR + "/sim/bin'";
-  if (std::system(lay.c_str()) != 0) return 1;
-
+  const std::string root = benchdaemon::make_root();
+  if (root.empty()) return 1;
   // The daemon, in the root, its log in a file as on the appliance.
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e)
-    if (std::strncmp(*e, "VESSORD_ROOT=", 13) != 0) env.push_back(*e);
-  env.push_back("VESSORD_ROOT=" + root);
-  std::vector<char*> envp;
-  for (auto& e : env) envp.push_back(&e[0]);
-  envp.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  const std::string log = root + "/sim/daemon.log";
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  std::string exe = std::string(VESSORD_BINARY_DIR) + "/src/vessord";
-  char* argv[] = {&exe[0], nullptr};
-  pid_t pid = -1;
-  int rc = posix_spawn(&pid, exe.c_str(), &actions, nullptr, argv, envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  const std::string daemonSocket = root + "/tmp/.@vessord.xxx";
-  if (rc != 0 || !listening(daemonSocket)) {
+  const pid_t pid = benchdaemon::spawn_daemon(root);
+  const std::string daemonSocket = benchdaemon::socket_of(root);
+  if (pid < 0) {
     std::fprintf(stderr, "echo_bench: the daemon did not start\n");
     return 1;
   }
@@ -185,8 +150,7 @@ int main() {
   }
   server.join();
   while (g_handlers.load() > 0) usleep(1000);
-  kill(pid, SIGTERM);
-  waitpid(pid, nullptr, 0);
+  benchdaemon::stop_daemon(pid);
   std::system(("rm -rf '" + root + "'").c_str());
 
   std::printf("## Command socket: echo round trips\n\n");

@@ -3,24 +3,18 @@
 // the music daemon's outputs) against one within the ten seconds (which
 // runs only the outputs and reuses the kept texts). Each fresh sample is a
 // new daemon, since a daemon lists afresh at most every ten seconds.
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "benchDaemon.h"
 #include "vessorClient.h"
-
-extern char** environ;
 
 namespace {
 
@@ -36,45 +30,6 @@ const char kDlnaList[] =
     "<device><deviceId>uuid:hifi</deviceId><deviceName>Hi-Fi</deviceName><type>audio</type>"
     "<ip>192.168.1.31</ip></device>"
     "</root>\n";
-
-bool listening(const std::string& path) {
-  for (int i = 0; i < 2000; ++i) {
-    std::ifstream in("/proc/net/unix");
-    std::string line;
-    while (std::getline(in, line))
-      if (line.size() >= path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0 &&
-          line.find(" 00010000 ") != std::string::npos)
-        return true;
-    usleep(5000);
-  }
-  return false;
-}
-
-pid_t spawn_daemon(const std::string& root) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e)
-    if (std::strncmp(*e, "VESSORD_ROOT=", 13) != 0) env.push_back(*e);
-  env.push_back("VESSORD_ROOT=" + root);
-  std::vector<char*> envp;
-  for (auto& e : env) envp.push_back(&e[0]);
-  envp.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  const std::string log = root + "/sim/daemon.log";
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-  std::string exe = std::string(VESSORD_BINARY_DIR) + "/src/vessord";
-  char* argv[] = {&exe[0], nullptr};
-  pid_t pid = -1;
-  const int rc = posix_spawn(&pid, exe.c_str(), &actions, nullptr, argv, envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0 || !listening(root + "/tmp/.@vessord.xxx")) return -1;
-  return pid;
-}
-
-void stop_daemon(pid_t pid) {
-  kill(pid, SIGTERM);
-  waitpid(pid, nullptr, 0);
-}
 
 // One ListRender; its time in milliseconds, or -1 when it failed.
 double list_once(const std::string& socketPath) {
@@ -94,14 +49,11 @@ double median(std::vector<double> v) {
 
 int main() {
   signal(SIGPIPE, SIG_IGN);
-  char templ[] = "/tmp/vessord-bench-XXXXXX";
-  if (!mkdtemp(templ)) return 1;
-  const std::string root = templ;
-  const std::string lay = std::string("'") + VESSORD_SOURCE_DIR + "/sim/lay-root.sh' '" + root + "' '" +
-                          VESSORD_BINARY_DIR + "/sim/bin'";
-  if (std::system(lay.c_str()) != 0) return 1;
+  using namespace benchdaemon;
+  const std::string root = make_root();
+  if (root.empty()) return 1;
   std::ofstream(root + "/sim/dlna-devices.xml") << kDlnaList;
-  const std::string socketPath = root + "/tmp/.@vessord.xxx";
+  const std::string socketPath = socket_of(root);
 
   int failures = 0;
   std::vector<double> fresh, cached;

@@ -4,8 +4,6 @@
 // sizes, to show how it grows. Prints one Markdown section.
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,9 +18,9 @@
 
 #include "foundation/rootPath.h"
 #include "playlist/SqlitePlaylist.h"
+#include "benchDaemon.h"
 #include "vessorClient.h"
 
-extern char** environ;
 
 namespace {
 
@@ -61,37 +59,6 @@ std::string command(const std::string& name, const vessorclient::paramList_t& pa
   return reply;
 }
 
-bool listening(const std::string& path) {
-  for (int i = 0; i < 2000; ++i) {
-    std::ifstream in("/proc/net/unix");
-    std::string line;
-    while (std::getline(in, line))
-      if (line.size() >= path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0) return true;
-    usleep(5000);
-  }
-  return false;
-}
-
-pid_t start_daemon() {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e)
-    if (std::strncmp(*e, "VESSORD_ROOT=", 13) != 0) env.push_back(*e);
-  env.push_back("VESSORD_ROOT=" + g_root);
-  std::vector<char*> envp;
-  for (auto& e : env) envp.push_back(&e[0]);
-  envp.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  const std::string log = g_root + "/sim/daemon.log";
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  std::string exe = std::string(VESSORD_BINARY_DIR) + "/src/vessord";
-  char* argv[] = {&exe[0], nullptr};
-  pid_t pid = -1;
-  int rc = posix_spawn(&pid, exe.c_str(), &actions, nullptr, argv, envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  return rc == 0 && listening(g_socket) ? pid : -1;
-}
-
 std::string item_path(int i) { return "/share/Public/Music/track" + std::to_string(i) + ".mp3"; }
 
 // The add file of `n` items for `title`.
@@ -123,15 +90,11 @@ std::string next_title() { return "p" + std::to_string(++g_serial); }
 
 int main() {
   signal(SIGPIPE, SIG_IGN);
-  char templ[] = "/tmp/vessord-bench-XXXXXX";
-  if (!mkdtemp(templ)) return 1;
-  g_root = templ;
-  const std::string lay = std::string("'") + VESSORD_SOURCE_DIR + "/sim/lay-root.sh' '" + g_root + "' '" +
-                          VESSORD_BINARY_DIR + "/sim/bin'";
-  if (std::system(lay.c_str()) != 0) return 1;
+  g_root = benchdaemon::make_root();
+  if (g_root.empty()) return 1;
   vessord::set_test_root(g_root);
-  g_socket = g_root + "/tmp/.@vessord.xxx";
-  const pid_t pid = start_daemon();
+  g_socket = benchdaemon::socket_of(g_root);
+  const pid_t pid = benchdaemon::spawn_daemon(g_root);
   if (pid < 0) {
     std::fprintf(stderr, "playlistcmd_bench: the daemon did not start\n");
     return 1;
@@ -190,8 +153,7 @@ int main() {
   }
   std::printf("\nFailed requests: %d.\n", g_failures);
 
-  kill(pid, SIGTERM);
-  waitpid(pid, nullptr, 0);
+  benchdaemon::stop_daemon(pid);
   std::system(("rm -rf '" + g_root + "'").c_str());
   return g_failures == 0 ? 0 : 1;
 }

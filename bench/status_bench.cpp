@@ -2,10 +2,7 @@
 // in one run, with 1 and 8 concurrent clients. The video's track lists are
 // in the status cache after the first poll, so every measured poll is a
 // cache hit: the goal is a poll that costs no more than an echo.
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,12 +16,12 @@
 #include <thread>
 #include <vector>
 
+#include "benchDaemon.h"
 #include "foundation/rootPath.h"
 #include "foundation/thread.h"
 #include "playlist/SqlitePlaylist.h"
 #include "vessorClient.h"
 
-extern char** environ;
 
 namespace {
 
@@ -90,19 +87,6 @@ figures_s run_clients(const std::string& socketPath, const std::string& packet, 
   return f;
 }
 
-bool listening(const std::string& path) {
-  for (int i = 0; i < 2000; ++i) {
-    std::ifstream in("/proc/net/unix");
-    std::string line;
-    while (std::getline(in, line))
-      if (line.size() >= path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0 &&
-          line.find(" 00010000 ") != std::string::npos)
-        return true;
-    usleep(5000);
-  }
-  return false;
-}
-
 void write_file(const std::string& path, const std::string& text) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << text;
@@ -117,12 +101,8 @@ void row(const char* what, int clients, const figures_s& f) {
 
 int main() {
   signal(SIGPIPE, SIG_IGN);
-  char templ[] = "/tmp/vessord-bench-XXXXXX";
-  if (!mkdtemp(templ)) return 1;
-  const std::string root = templ;
-  const std::string lay = std::string("'") + VESSORD_SOURCE_DIR + "/sim/lay-root.sh' '" + root + "' '" +
-                          VESSORD_BINARY_DIR + "/sim/bin'";
-  if (std::system(lay.c_str()) != 0) return 1;
+  const std::string root = benchdaemon::make_root();
+  if (root.empty()) return 1;
   std::system(("mkdir -p '" + root + "/share/CACHEDEV1_DATA/Multimedia/Movies'").c_str());
   write_file(root + kVideo, "video");
   write_file(root + "/sim/dlna-devices.xml",
@@ -138,24 +118,9 @@ int main() {
   store->transAddElmInPlaylist(id, MEDIA_VIDEO, CONTENT_FILE, kVideo, 0);
   store->transEnd();
 
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e)
-    if (std::strncmp(*e, "VESSORD_ROOT=", 13) != 0) env.push_back(*e);
-  env.push_back("VESSORD_ROOT=" + root);
-  std::vector<char*> envp;
-  for (auto& e : env) envp.push_back(&e[0]);
-  envp.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  const std::string log = root + "/sim/daemon.log";
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  std::string exe = std::string(VESSORD_BINARY_DIR) + "/src/vessord";
-  char* argv[] = {&exe[0], nullptr};
-  pid_t pid = -1;
-  int rc = posix_spawn(&pid, exe.c_str(), &actions, nullptr, argv, envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  const std::string sock = root + "/tmp/.@vessord.xxx";
-  if (rc != 0 || !listening(sock)) {
+  const pid_t pid = benchdaemon::spawn_daemon(root);
+  const std::string sock = benchdaemon::socket_of(root);
+  if (pid < 0) {
     std::fprintf(stderr, "status_bench: the daemon did not start\n");
     return 1;
   }
@@ -185,8 +150,7 @@ int main() {
   figures_s e8 = run_clients(sock, echo, 8, echoOk, failures);
   figures_s s8 = run_clients(sock, poll, 8, pollOk, failures);
 
-  kill(pid, SIGTERM);
-  waitpid(pid, nullptr, 0);
+  benchdaemon::stop_daemon(pid);
   // VESSORD_BENCH_KEEP keeps the root and the daemon's log for a look.
   if (std::getenv("VESSORD_BENCH_KEEP")) std::fprintf(stderr, "root kept: %s\n", root.c_str());
   else std::system(("rm -rf '" + root + "'").c_str());
