@@ -132,7 +132,7 @@ double AirplayDevice::positionLocked_() const {
   return std::min(m_duration, m_basePos + elapsed * m_rate);
 }
 
-void AirplayDevice::route_(const std::string& method, const std::string& path, RouteHandler handler) {
+void AirplayDevice::route_(const std::string& method, const std::string& path, const RouteHandler& handler) {
   // Every request is recorded with its body first; a refusing device
   // answers nothing else.
   auto wrapped = [this, handler](const httplib::Request& req, httplib::Response& res) {

@@ -67,7 +67,7 @@ class AirplayDevice {
  private:
   double positionLocked_() const;
   using RouteHandler = std::function<void(const httplib::Request&, httplib::Response&)>;
-  void route_(const std::string& method, const std::string& path, RouteHandler handler);
+  void route_(const std::string& method, const std::string& path, const RouteHandler& handler);
   void install_();
 
   std::unique_ptr<httplib::Server> m_server;

@@ -54,7 +54,7 @@ MpdStatus ParseMpdStatus(const char* text) {
 
   p = Get_Next_Word(p, w, n);  // the queue position
   if (n == 0) return st;
-  p = Get_Next_Word(p, w, n);
+  Get_Next_Word(p, w, n);  // the times: the last word this line needs
   if (n == 0) return st;
 
   // "m:ss/m:ss", or with hours "h:mm:ss": each ':' carries what came before

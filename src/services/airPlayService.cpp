@@ -6,21 +6,20 @@
 
 namespace vessord {
 
-AirPlayService::AirPlayService(std::string renderId, std::string ip, int port, std::string name,
+AirPlayService::AirPlayService(std::string renderId, const std::string& ip, int port, std::string name,
                                std::string second, std::string first, bool flagA, bool flagB) {
-  update(std::move(renderId), std::move(ip), port, std::move(name), std::move(second), std::move(first), flagA,
-         flagB);
+  update(std::move(renderId), ip, port, std::move(name), std::move(second), std::move(first), flagA, flagB);
 }
 
-void AirPlayService::update(std::string renderId, std::string ip, int port, std::string name) {
+void AirPlayService::update(std::string renderId, const std::string& ip, int port, std::string name) {
   Service::update(std::move(renderId), ip, port, std::move(name));
   m_curlWrapper.setIp(ip);
   m_curlWrapper.setPort(port);
 }
 
-void AirPlayService::update(std::string renderId, std::string ip, int port, std::string name, std::string second,
-                            std::string first, bool flagA, bool flagB) {
-  update(std::move(renderId), std::move(ip), port, std::move(name));
+void AirPlayService::update(std::string renderId, const std::string& ip, int port, std::string name,
+                            std::string second, std::string first, bool flagA, bool flagB) {
+  update(std::move(renderId), ip, port, std::move(name));
   m_serviceAttrA = std::move(first);
   m_serviceAttrB = std::move(second);
   m_serviceFlagA = flagA;
@@ -31,7 +30,7 @@ std::string AirPlayService::urlEscape(std::string text) { return m_curlWrapper.u
 
 int AirPlayService::setContentUrl(Response& response, std::string url) {
   VLOG(LOG_COLOR_TRACE, "performing setContentUrl ");
-  return m_curlWrapper.airplayPostPlay(response, std::move(url));
+  return m_curlWrapper.airplayPostPlay(response, url);
 }
 
 int AirPlayService::play(Response& response) {
@@ -59,9 +58,9 @@ int AirPlayService::getPosInfo(Response& response) {
   return m_curlWrapper.airplayGetScrub(response);
 }
 
-int AirPlayService::playPhoto(Response& response, std::string path) {
+int AirPlayService::playPhoto(Response& response, const std::string& path) {
   VLOG(LOG_COLOR_TRACE, "performing playPhoto ");
-  return m_curlWrapper.airplayPutPhoto(response, std::move(path));
+  return m_curlWrapper.airplayPutPhoto(response, path);
 }
 
 }  // namespace vessord

@@ -12,7 +12,7 @@ namespace vessord {
 class AirPlayService : public Service {
  public:
   AirPlayService() = default;
-  AirPlayService(std::string renderId, std::string ip, int port, std::string name, std::string second,
+  AirPlayService(std::string renderId, const std::string& ip, int port, std::string name, std::string second,
                  std::string first, bool flagA, bool flagB);
 
   int setContentUrl(Response& response, std::string url) override;
@@ -21,11 +21,11 @@ class AirPlayService : public Service {
   int stop(Response& response) override;
   int seek(Response& response, float seconds) override;
   int getPosInfo(Response& response) override;
-  virtual int playPhoto(Response& response, std::string path);
+  virtual int playPhoto(Response& response, const std::string& path);
 
   // Hides Service::update: the client follows the address and port.
-  void update(std::string renderId, std::string ip, int port, std::string name);
-  void update(std::string renderId, std::string ip, int port, std::string name, std::string second,
+  void update(std::string renderId, const std::string& ip, int port, std::string name);
+  void update(std::string renderId, const std::string& ip, int port, std::string name, std::string second,
               std::string first, bool flagA, bool flagB);
   std::string urlEscape(std::string text);
 

@@ -111,7 +111,7 @@ size_t CurlWrapper::curlCallback(void* contents, size_t size, size_t nmemb, void
   return total;
 }
 
-int CurlWrapper::curlPrepare(CURL* handle, std::string url, std::string* header, std::string* content) {
+int CurlWrapper::curlPrepare(CURL* handle, const std::string& url, std::string* header, std::string* content) {
   if (handle == nullptr) {
     VLOG(LOG_COLOR_FAIL, "null handle");
     return 1;
@@ -136,7 +136,7 @@ int CurlWrapper::setLimits_(CURL* handle) {
   return 0;
 }
 
-int CurlWrapper::curlParseResponse(CURL* handle, Response& response, std::string header, std::string content) {
+int CurlWrapper::curlParseResponse(CURL* handle, Response& response, const std::string& header, const std::string& content) {
   long code = 0;
   if (curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code) != CURLE_OK) {
     VLOG(LOG_COLOR_FAIL, "curl_easy_getinfo, CURLINFO_RESPONSE_CODE fail.");
@@ -231,7 +231,7 @@ int CurlWrapper::airplayGetScrub(Response& response) {
   return simpleRequest_(response, "/scrub", Method::Get);
 }
 
-int CurlWrapper::airplayPostPlay(Response& response, std::string url) {
+int CurlWrapper::airplayPostPlay(Response& response, const std::string& url) {
   if (check() != 0) return -1;
   ThreadSingleLock lock(m_curlLock);
   std::string header, content;
@@ -244,7 +244,7 @@ int CurlWrapper::airplayPostPlay(Response& response, std::string url) {
   return perform_(response, header, content);
 }
 
-int CurlWrapper::airplayPutPhoto(Response& response, std::string path) {
+int CurlWrapper::airplayPutPhoto(Response& response, const std::string& path) {
   if (check() != 0) return -1;
   ThreadSingleLock lock(m_curlLock);
   std::string header, content;

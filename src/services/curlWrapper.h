@@ -56,15 +56,15 @@ class CurlWrapper {
   std::string urlEscape(std::string& text);
 
   static size_t curlCallback(void* contents, size_t size, size_t nmemb, void* target);
-  int curlPrepare(CURL* handle, std::string url, std::string* header, std::string* content);
-  int curlParseResponse(CURL* handle, Response& response, std::string header, std::string content);
+  int curlPrepare(CURL* handle, const std::string& url, std::string* header, std::string* content);
+  int curlParseResponse(CURL* handle, Response& response, const std::string& header, const std::string& content);
 
   int airplayPostStop(Response& response);
   int airplayPostRate(Response& response, float rate);
   int airplayPostScrub(Response& response, float seconds);
   int airplayGetScrub(Response& response);
-  int airplayPostPlay(Response& response, std::string url);
-  int airplayPutPhoto(Response& response, std::string path);
+  int airplayPostPlay(Response& response, const std::string& url);
+  int airplayPutPhoto(Response& response, const std::string& path);
   int airplayPostGetProperty(Response& response);
   int airplayGetServerInfo(Response& response);
   int airplayGetSlideshowFeature(Response& response);

@@ -15,7 +15,7 @@ std::string Response::fToString(float value) {
   return word;
 }
 
-float Response::stringToF(std::string text) {
+float Response::stringToF(const std::string& text) {
   std::stringstream ss;
   ss << text;
   float value = 0;

@@ -21,7 +21,7 @@ class Response {
   static std::string fToString(float value);
   // Stream extraction: leading blanks skipped, trailing text ignored, a text
   // that does not begin with a number gives 0.
-  static float stringToF(std::string text);
+  static float stringToF(const std::string& text);
   void dump();
 
   int64_t m_response = 0;

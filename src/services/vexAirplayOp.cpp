@@ -71,7 +71,7 @@ int runScript(const ShellLine& line, std::string& out) {
 
 ShellLine CVexAirplayOpInterface::commandLine(int op, const std::string& deviceId, const char* arg1,
                                               const char* arg2, const char* arg3) {
-  const std::string id = deviceId;
+  const std::string& id = deviceId;
   switch (op) {
     case OP_STOP: return ShellLine(VEX_SCRIPT " -c=stop -d='%s' -x", {id});
     case OP_PAUSE: return ShellLine(VEX_SCRIPT " -c=pause -d='%s' -x", {id});
