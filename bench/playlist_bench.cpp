@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "benchTiming.h"
 #include "foundation/rootPath.h"
 #include "playlist/SqlitePlaylist.h"
 
@@ -22,27 +23,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double seconds_of(const std::function<void()>& f) {
-  auto t0 = Clock::now();
-  f();
-  return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-// Median of `runs` timings of `f`, in seconds.
-double median_of(int runs, const std::function<void()>& f) {
-  std::vector<double> t;
-  for (int i = 0; i < runs; ++i) t.push_back(seconds_of(f));
-  std::sort(t.begin(), t.end());
-  return t[t.size() / 2];
-}
-
-std::string fmt_time(double s) {
-  char buf[64];
-  if (s >= 1) std::snprintf(buf, sizeof buf, "%.2f s", s);
-  else if (s >= 1e-3) std::snprintf(buf, sizeof buf, "%.2f ms", s * 1e3);
-  else std::snprintf(buf, sizeof buf, "%.1f µs", s * 1e6);
-  return buf;
-}
+using benchtiming::fmt_time;
+using benchtiming::median_of;
+using benchtiming::seconds_of;
 
 std::string fmt_count(int n) {
   std::string s = std::to_string(n);

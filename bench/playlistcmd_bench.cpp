@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "benchTiming.h"
 #include "foundation/rootPath.h"
 #include "playlist/SqlitePlaylist.h"
 #include "benchDaemon.h"
@@ -26,26 +27,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double seconds_of(const std::function<void()>& f) {
-  auto t0 = Clock::now();
-  f();
-  return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-double median_of(int runs, const std::function<void()>& f) {
-  std::vector<double> t;
-  for (int i = 0; i < runs; ++i) t.push_back(seconds_of(f));
-  std::sort(t.begin(), t.end());
-  return t[t.size() / 2];
-}
-
-std::string fmt_time(double s) {
-  char buf[64];
-  if (s >= 1) std::snprintf(buf, sizeof buf, "%.2f s", s);
-  else if (s >= 1e-3) std::snprintf(buf, sizeof buf, "%.2f ms", s * 1e3);
-  else std::snprintf(buf, sizeof buf, "%.1f µs", s * 1e6);
-  return buf;
-}
+using benchtiming::fmt_time;
+using benchtiming::median_of;
+using benchtiming::seconds_of;
 
 std::string g_socket;
 std::string g_root;
