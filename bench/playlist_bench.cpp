@@ -21,7 +21,6 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 
 using benchtiming::fmt_time;
 using benchtiming::median_of;
