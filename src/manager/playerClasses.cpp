@@ -1,6 +1,7 @@
 #include "manager/playerClasses.h"
 
 #include "backends/alsaCommands.h"
+#include "backends/alsaPlayer.h"
 #include "backends/dlnaPlayer.h"
 #include "foundation/log.h"
 #include "foundation/shellRunner.h"
@@ -20,6 +21,18 @@ CPlayer* make_dlna(const renderCacheInfo_s& info, const std::string& renderID, c
                          appType.empty() ? nullptr : appType.c_str());
 }
 
+// A card whose playback device is open elsewhere cannot take a second
+// player: -19, as for a player that is busy.
+CPlayer* make_alsa(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                   const std::string& appType, int& err) {
+  if (CAlsaPlayer::isSndDevBusy(info.card, info.device)) {
+    err = -19;
+    return nullptr;
+  }
+  return new CAlsaPlayer(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
+                         appType.empty() ? nullptr : appType.c_str(), info.ip.c_str());
+}
+
 }  // namespace
 
 // One row per back-end, first match wins, in this order: DLNA, AirPlay,
@@ -28,6 +41,7 @@ CPlayer* make_dlna(const renderCacheInfo_s& info, const std::string& renderID, c
 const std::vector<playerClass_s>& default_player_classes() {
   static const std::vector<playerClass_s> rows = {
       {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
+      {PLAYER_TYPE_ALSA, "ALSA", &make_alsa},
   };
   return rows;
 }
