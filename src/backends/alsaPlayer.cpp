@@ -66,7 +66,7 @@ CAlsaPlayer::CAlsaPlayer(unsigned type, const char* renderID, const char* device
   send_mpd_cmd(line);
   std::snprintf(line, sizeof line, "/tmp/vexmpd/bin/mpc -p %d volume %d &> /dev/null", m_port, 100);
   send_mpd_cmd(line);
-  start();
+  CAlsaPlayer::start();  // last: the thread sees a whole player
 }
 
 CAlsaPlayer::~CAlsaPlayer() {
