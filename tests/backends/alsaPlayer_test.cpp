@@ -13,54 +13,11 @@
 #include <thread>
 #include <vector>
 
-#include "player/playerTestSupport.h"
+#include "backends/alsaTestSupport.h"
 
-using playertest::sharedRoot;
-using playertest::Strings;
+using namespace alsatest;
 
 namespace {
-
-// A WAV file of `seconds` at an appliance path of the shared root.
-void wav(const std::string& path, int seconds) {
-  sharedRoot().write(path, "");  // makes the folders
-  testsupport::write_wav(sharedRoot().path(path), seconds);
-}
-
-alsaTiming_s fastTiming() {
-  alsaTiming_s t;
-  t.startupMs = 100;
-  t.passMs = 100;
-  return t;
-}
-
-bool waitFor(const std::function<bool()>& cond, double seconds = 20) {
-  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!cond()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
-
-// WAV tracks of the given lengths under /share/Public/alsa/, and the
-// playlist of them under the test's title.
-Strings layTracks(const std::vector<int>& seconds) {
-  Strings paths;
-  for (size_t i = 0; i < seconds.size(); ++i) {
-    const std::string path = "/share/Public/alsa/" + playertest::testTitle() + " #" + std::to_string(i) + ".wav";
-    wav(path, seconds[i]);
-    paths.push_back(path);
-  }
-  playertest::makePlaylist(playertest::testTitle(), paths);
-  return paths;
-}
-
-std::unique_ptr<CAlsaPlayer> makePlayer(const std::string& title, const std::string& output = "Built-in Audio") {
-  sharedRoot().clearCalls();
-  return std::unique_ptr<CAlsaPlayer>(new CAlsaPlayer(PLAYER_TYPE_ALSA, "ANALOG_card0", output.c_str(),
-                                                      title.empty() ? nullptr : title.c_str(),
-                                                      title.empty() ? nullptr : "music", "127.0.0.1", fastTiming()));
-}
 
 // The client's calls on this player's port, without the port, and without
 // the status polls.
