@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "benchDaemon.h"
+#include "common/standin.h"
 #include "foundation/rootPath.h"
 #include "playlist/SqlitePlaylist.h"
 #include "vessorClient.h"
@@ -78,20 +79,6 @@ double median(std::vector<double> v) {
   return v.empty() ? 0 : v[v.size() / 2];
 }
 
-void write_wav(const std::string& file, int seconds) {
-  const uint32_t rate = 8000, samples = static_cast<uint32_t>(seconds) * rate, bytes = samples * 2;
-  std::ofstream out(file, std::ios::binary);
-  auto u32 = [&](uint32_t v) { out.write(reinterpret_cast<const char*>(&v), 4); };
-  auto u16 = [&](uint16_t v) { out.write(reinterpret_cast<const char*>(&v), 2); };
-  out << "RIFF";
-  u32(36 + bytes);
-  out << "WAVEfmt ";
-  u32(16), u16(1), u16(1), u32(rate), u32(rate * 2), u16(2), u16(16);
-  out << "data";
-  u32(bytes);
-  for (uint32_t i = 0; i < samples; ++i) u16(static_cast<uint16_t>((i / 20) % 2 ? 3000 : -3000));
-}
-
 // CPU seconds of a process, with its reaped children when asked.
 double cpu_of(pid_t pid, bool children) {
   std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
@@ -139,7 +126,7 @@ int main() {
   const int seconds = std::getenv("ALSA_BENCH_SECONDS") ? std::atoi(std::getenv("ALSA_BENCH_SECONDS")) : 60;
   ::mkdir((g_root + "/share/Public/bench").c_str(), 0755);
   const std::string track = "/share/Public/bench/tone.wav";
-  write_wav(g_root + track, seconds + 60);
+  sim::write_wav(g_root + track, seconds + 60);
 
   // By hand: the same hand-over, typed with the client.
   std::vector<double> hand;
