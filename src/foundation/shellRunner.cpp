@@ -7,7 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "foundation/rootPath.h"
@@ -211,6 +213,31 @@ bool bare_words(const std::string& value, bool joinsBefore, bool joinsAfter, Bar
 
 const char kShell[] = "/bin/sh";
 
+// A redirection at a word's start of the template: "N>/dev/null" (N 1, 2
+// or none, blanks allowed after '>') or "2>&1". The length read, 0 for
+// anything else. `target` follows sh: 0 /dev/null, 1 the line's output.
+size_t read_redirect(const std::string& t, size_t i, int (&target)[3]) {
+  size_t k = i;
+  int fd = 1;
+  if (t[k] == '1' || t[k] == '2') fd = t[k++] - '0';
+  if (k >= t.size() || t[k] != '>') return 0;
+  ++k;
+  if (k < t.size() && t[k] == '&') {
+    if (fd != 2 || k + 1 >= t.size() || t[k + 1] != '1') return 0;
+    k += 2;
+    if (k < t.size() && !is_blank(t[k])) return 0;
+    target[2] = target[1];
+    return k - i;
+  }
+  while (k < t.size() && is_blank(t[k])) ++k;
+  static const std::string kNull = "/dev/null";
+  if (t.compare(k, kNull.size(), kNull) != 0) return 0;
+  k += kNull.size();
+  if (k < t.size() && !is_blank(t[k])) return 0;
+  target[fd] = 0;
+  return k - i;
+}
+
 std::string param(size_t n) { return "${" + std::to_string(n) + "}"; }
 
 }  // namespace
@@ -306,6 +333,91 @@ void ShellLine::compose(const char* format, const std::vector<std::string>& valu
     }
   }
   if (next != values.size()) m_ok = false;  // a value without its slot is a caller's error
+  if (m_ok) composeDirect(templ, values);
+}
+
+// The second reading of a line that passed the checks: the words sh would
+// make, or none when the template asks sh for more than words.
+void ShellLine::composeDirect(const std::string& templ, const std::vector<std::string>& values) {
+  std::vector<std::string> argv;
+  int target[3] = {0, 1, 2};
+  std::string cur;
+  bool inWord = false;
+  ShellSlot state = ShellSlot::BARE;
+  size_t next = 0;
+  auto endWord = [&] {
+    if (inWord) argv.push_back(cur);
+    cur.clear();
+    inWord = false;
+  };
+  for (size_t i = 0; i < templ.size(); ++i) {
+    const char c = templ[i];
+    if (c == '%' && i + 1 < templ.size() && (templ[i + 1] == '%' || templ[i + 1] == 's')) {
+      ++i;
+      if (templ[i] == '%') {
+        cur += '%';
+        inWord = true;
+        continue;
+      }
+      const std::string& value = values[next++];
+      std::vector<std::string> words;
+      if (state != ShellSlot::BARE) {
+        // Checked by compose: one word inside its quotes, as sh reads it.
+        if (!shell_read_value(value, state, &words) || words.size() != 1) return;
+        cur += words[0];
+        inWord = true;
+        continue;
+      }
+      bool lead = false, trail = false;
+      const bool joinsAfter = i + 1 < templ.size() && !word_boundary(templ[i + 1]);
+      if (!bare_words(value, inWord, joinsAfter, m_bare, words, lead, trail)) return;
+      if (lead) endWord();
+      for (size_t k = 0; k < words.size(); ++k) {
+        if (k) endWord();
+        cur += words[k];
+        inWord = true;
+      }
+      if (trail && !words.empty()) endWord();
+      continue;
+    }
+    if (state == ShellSlot::SINGLE_QUOTED) {
+      if (c == '\'') state = ShellSlot::BARE;
+      else cur += c;
+      continue;
+    }
+    if (state == ShellSlot::DOUBLE_QUOTED) {
+      if (c == '"') state = ShellSlot::BARE;
+      else if (c == '$' || c == '`' || c == '\\') return;
+      else cur += c;
+      continue;
+    }
+    if (is_blank(c)) {
+      endWord();
+      continue;
+    }
+    if (!inWord) {
+      const size_t n = read_redirect(templ, i, target);
+      if (n) {
+        i += n - 1;
+        continue;
+      }
+    }
+    if (c == '\'' || c == '"') {
+      state = c == '\'' ? ShellSlot::SINGLE_QUOTED : ShellSlot::DOUBLE_QUOTED;
+      inWord = true;
+      continue;
+    }
+    // Anything else that sh reads specially, and an assignment before the
+    // command, leave the line to sh.
+    if (std::strchr("|&;<>()$`\\*?[]{}~#!\n", c) || (c == '=' && argv.empty())) return;
+    cur += c;
+    inWord = true;
+  }
+  if (state != ShellSlot::BARE) return;
+  endWord();
+  if (argv.empty() || argv[0].find('/') == std::string::npos) return;
+  m_directArgv = std::move(argv);
+  std::copy(target, target + 3, m_directTarget);
 }
 
 ShellChild::~ShellChild() { wait(); }
@@ -325,6 +437,22 @@ ShellChild& ShellChild::operator=(ShellChild&& other) noexcept {
   }
   return *this;
 }
+
+namespace {
+
+std::atomic<int>& direct_exec_flag() {
+  static std::atomic<int> flag{[] {
+    const char* always = std::getenv("VESSORD_ALWAYS_SH");
+    return always && std::strcmp(always, "1") == 0 ? 0 : 1;
+  }()};
+  return flag;
+}
+
+}  // namespace
+
+void set_direct_exec(bool on) { direct_exec_flag() = on ? 1 : 0; }
+
+bool direct_exec_enabled() { return direct_exec_flag() != 0; }
 
 bool ShellChild::start(const ShellLine& line, bool captureOutput) {
   wait();
@@ -351,17 +479,38 @@ bool ShellChild::start(const ShellLine& line, bool captureOutput) {
   posix_spawnattr_setpgroup(&attr, 0);
   posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
 
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>("sh"));
-  argv.push_back(const_cast<char*>("-c"));
-  argv.push_back(const_cast<char*>(line.script().c_str()));
-  argv.push_back(const_cast<char*>("sh"));
-  for (const std::string& a : line.args()) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-
   pid_t pid = -1;
-  // The system's shell, as popen and system use it; never one found in PATH.
-  int rc = posix_spawn(&pid, kShell, &actions, &attr, argv.data(), environ);
+  int rc = ENOENT;
+  if (!line.directArgv().empty() && direct_exec_enabled()) {
+    // One exec where the line needs no shell: the tool gets the same words.
+    posix_spawn_file_actions_t direct;
+    posix_spawn_file_actions_init(&direct);
+    if (captureOutput) posix_spawn_file_actions_adddup2(&direct, fds[1], STDOUT_FILENO);
+    // Standard error first: "2>&1" names the output as it was before
+    // standard output itself moved.
+    if (line.directErr() == 1) posix_spawn_file_actions_adddup2(&direct, STDOUT_FILENO, STDERR_FILENO);
+    if (line.directErr() == 0) posix_spawn_file_actions_addopen(&direct, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    if (line.directOut() == 0) posix_spawn_file_actions_addopen(&direct, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    std::vector<char*> words;
+    for (const std::string& w : line.directArgv()) words.push_back(const_cast<char*>(w.c_str()));
+    words.push_back(nullptr);
+    rc = posix_spawn(&pid, words[0], &direct, &attr, words.data(), environ);
+    posix_spawn_file_actions_destroy(&direct);
+  }
+  // A tool that cannot be run directly (missing, not executable, a script
+  // without its interpreter line) goes to sh, which answers it as it always
+  // has: 127, 126, or the script run by sh.
+  if (rc != 0) {
+    std::vector<char*> argv;
+    argv.push_back(const_cast<char*>("sh"));
+    argv.push_back(const_cast<char*>("-c"));
+    argv.push_back(const_cast<char*>(line.script().c_str()));
+    argv.push_back(const_cast<char*>("sh"));
+    for (const std::string& a : line.args()) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    // The system's shell, as popen and system use it; never one found in PATH.
+    rc = posix_spawn(&pid, kShell, &actions, &attr, argv.data(), environ);
+  }
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attr);
   if (captureOutput) ::close(fds[1]);

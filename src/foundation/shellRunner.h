@@ -61,14 +61,26 @@ class ShellLine {
   const std::string& script() const { return m_script; }
   const std::vector<std::string>& args() const { return m_args; }
 
+  // The line without a shell: the words sh would give the tool, when the
+  // template uses nothing of sh but words, quotes and the redirections
+  // ">/dev/null", "2>/dev/null" and "2>&1", and names its tool by a path.
+  // Empty when the line needs sh. Where the standard output and error go:
+  // 0 /dev/null, 1 the line's standard output, 2 its standard error.
+  const std::vector<std::string>& directArgv() const { return m_directArgv; }
+  int directOut() const { return m_directTarget[1]; }
+  int directErr() const { return m_directTarget[2]; }
+
  private:
   void compose(const char* format, const std::vector<std::string>& values);
+  void composeDirect(const std::string& templ, const std::vector<std::string>& values);
 
   BareWords m_bare = BareWords::ONE_WORD;
   bool m_ok = true;
   std::string m_display;
   std::string m_script;
   std::vector<std::string> m_args;
+  std::vector<std::string> m_directArgv;
+  int m_directTarget[3] = {0, 1, 2};
 };
 
 // A running `sh -c` child with its standard output on a pipe, in a process
@@ -116,6 +128,12 @@ class ShellChild {
   pid_t m_pid = -1;
   FILE* m_out = nullptr;
 };
+
+// Lines that need no shell run their tool in one exec (ShellLine's direct
+// form). VESSORD_ALWAYS_SH=1 in the environment, or set_direct_exec(false),
+// sends every line through sh instead: the way the benchmarks compare.
+void set_direct_exec(bool on);
+bool direct_exec_enabled();
 
 // system() semantics: -1 when nothing could run, else the wait status.
 int shell_system(const ShellLine& line);

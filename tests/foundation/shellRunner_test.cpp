@@ -72,6 +72,59 @@ TEST(ShellRunner, HarmlessValuesGiveTheArgumentsOfThePlainLine) {
   EXPECT_FALSE(ShellLine("echo %s", {"a", "b"}).ok());
 }
 
+// A line that needs nothing of sh but words, quotes and the redirections
+// to /dev/null runs its tool in one exec, with exactly the words sh gives
+// it; anything more goes to sh as before.
+TEST(ShellRunner, PlainLinesRunTheirToolDirectlyWithTheWordsShGives) {
+  const char* const formats[] = {"/usr/bin/printf '<%%s>' '%s' end", "/usr/bin/printf '<%%s>' \"%s\" end",
+                                 "/usr/bin/printf '<%%s>' %s end", "/usr/bin/printf '<%%s>' --id=%s 'x%sy' \"\" ''"};
+  const std::vector<std::string> values = {"two words",  "",          "'\\''q'\\''",       "a\\ b\\;c",
+                                           "it's \\$5", "caf\xc3\xa9", "  spaced\\ \t  ", quoted_name("my (1) [x].mkv")};
+  int direct = 0;
+  for (const char* f : formats) {
+    for (const std::string& v : values) {
+      const std::vector<std::string> vs(std::string(f).find("x%sy") != std::string::npos ? 2 : 1, v);
+      ShellLine line(f, vs);
+      if (!line.ok()) continue;  // a value that cannot stand in that slot
+      if (!line.directArgv().empty()) ++direct;
+      std::string out;
+      ASSERT_EQ(vessord::shell_read(line, out, 4096), 0) << line.display();
+      EXPECT_EQ(out, run_plain(line.display())) << line.display();
+    }
+  }
+  EXPECT_GT(direct, 20);
+
+  // Redirections: where each output goes, as sh sends it.
+  const char* const redirected[] = {
+      "/usr/bin/printf out >/dev/null",          "/bin/ls /no/such/file 2>/dev/null",
+      "/bin/ls /no/such/file 2>&1",             "/bin/ls /no/such/file >/dev/null 2>&1",
+      "/bin/ls /no/such/file 2>&1 >/dev/null",  "/usr/bin/printf out 1> /dev/null 2>/dev/null",
+  };
+  for (const char* f : redirected) {
+    ShellLine line(f, {});
+    EXPECT_FALSE(line.directArgv().empty()) << f;
+    std::string out;
+    ASSERT_EQ(vessord::shell_read(line, out, 4096), 0) << f;
+    EXPECT_EQ(out, run_plain(f)) << f;
+    EXPECT_EQ(vessord::shell_system(line), std::system(f)) << f;
+  }
+
+  // What only sh can do stays with sh.
+  for (const char* f : {"printf x", "/bin/cat /proc/net/tcp | /bin/grep x", "/usr/bin/printf $HOME",
+                        "/usr/bin/printf *", "A=b /usr/bin/printf x", "/usr/bin/printf x; /usr/bin/printf y",
+                        "/usr/bin/printf x > /tmp/out", "/usr/bin/printf ~", "/usr/bin/printf x &",
+                        "/usr/bin/printf \"$x\"", "/usr/bin/printf a\\ b", "/usr/bin/printf 2>&2"})
+    EXPECT_TRUE(ShellLine(f, {}).directArgv().empty()) << f;
+
+  // A tool that cannot run directly is left to sh, which answers as ever.
+  testsupport::TestRoot scratch(false);
+  EXPECT_EQ(127 << 8, vessord::shell_system(ShellLine((scratch.path("/none") + " x 2>/dev/null").c_str(), {})));
+  scratch.write("/script", "/usr/bin/printf from-sh\n", 0755);
+  std::string out;
+  ASSERT_EQ(0, vessord::shell_read(ShellLine(scratch.path("/script").c_str(), {}), out, 64));
+  EXPECT_EQ("from-sh", out);
+}
+
 TEST(ShellRunner, HostileValuesRunNothing) {
   testsupport::TestRoot scratch(false);
   const std::string marker = scratch.path("/ran");
