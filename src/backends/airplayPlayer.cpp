@@ -80,7 +80,7 @@ CAirplayPlayer::CAirplayPlayer(unsigned type, const char* renderID, const char* 
   pthread_cond_init(&m_parkedCond, nullptr);
   m_airplayService.update(getRenderID(), text_or_empty(ip), port, getDeviceName());
   srand(static_cast<unsigned>(time(nullptr)));
-  m_sid = static_cast<unsigned long long>(rand());  // NOLINT(cert-msc30-c,cert-msc50-cpp): an id, not a secret
+  m_sid = static_cast<unsigned long long>(rand());
   start();
 }
 
