@@ -95,7 +95,9 @@ void CAirplayPlayer::startTrack_(flowLocals_s& f) {
     const size_t before = index == 0 || index > size ? size - 1 : index - 1;
     playlistElm_s prev;
     bool read = false;
-    if (getPlayMode() == SHUFFLE || getPlayMode() == SHUFFLE_REPEAT) {
+    if (size == 0) {
+      // The queue was emptied meanwhile: there is no track before.
+    } else if (getPlayMode() == SHUFFLE || getPlayMode() == SHUFFLE_REPEAT) {
       const std::vector<playQueueItem_s> queue = getPlayQueue();
       read = before < queue.size() && getPlaylistElmByOrder(prev, static_cast<int>(queue[before].order)) == 0;
     } else {

@@ -178,7 +178,13 @@ int CAirplayPlayer::getContentPath_(playlistElm_s& elm, std::string& path, int* 
     const size_t second = first == std::string::npos ? first : url.find('/', first + 1);
     if (second != std::string::npos) {
       url.replace(first + 1, second - first - 1, "APPLE");
-      path = url + "?sid=" + sidText + ",tid=" + std::to_string(gen_tid());
+      unsigned tid;
+      {
+        // The loop and a command thread may both build a URL.
+        std::lock_guard<std::mutex> lk(m_tidLock);
+        tid = gen_tid();
+      }
+      path = url + "?sid=" + sidText + ",tid=" + std::to_string(tid);
       if (!empty_text(pos)) path += ",seek=" + std::to_string(time_convert_to_second(pos));
       if (aid > 0) path += ",atrack=" + std::to_string(aid);
       if (sid < 0 && empty_text(externalSubtitle)) {

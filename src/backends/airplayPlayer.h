@@ -8,10 +8,10 @@
 // before the destructor returns: nothing is cancelled, the loop parks, is
 // told to leave by m_bExit, and the destructor waits for its end record.
 //
-// Lock rules: m_waitMutex guards the park (the wait, the wake request and
-// the park count); m_sleepLock only the pass's sleep; m_pathLock the two
-// URLs. None is held across a device request or a shell line, and none is
-// held while another is taken.
+// Lock rules: m_waitMutex guards the park (the wait and the wake request);
+// m_sleepLock only the pass's sleep; m_pathLock the two URLs; m_tidLock
+// only the draw of a tid. None is held across a device request or a shell
+// line, and none is held while another is taken.
 #pragma once
 
 #include <pthread.h>
@@ -113,6 +113,7 @@ class CAirplayPlayer : public CPlayer, public CThread {
   bool m_wakeAsked = false;     // under m_waitMutex
   std::atomic<int> FlowStage{0};
   mutable std::mutex m_pathLock;
+  std::mutex m_tidLock;  // around the base's gen_tid()
   std::string m_contentPath;
   std::string m_hlsPath;
   vessord::AirPlayService m_airplayService;

@@ -37,6 +37,14 @@ size_t pollsOfFirstTrack(const sim::AirplayDevice& d) {
   return polls;
 }
 
+// The device's requests but the loop's polls.
+Strings commands(const sim::AirplayDevice& d) {
+  Strings out;
+  for (const std::string& l : lines(d))
+    if (l != "GET /scrub") out.push_back(l);
+  return out;
+}
+
 class AirplayPlayerTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(device.start()); }
@@ -318,7 +326,7 @@ TEST_F(AirplayPlayerTest, ChangingTheSubtitleRestartsTheStreamAndSeeks) {
   device.clearRequests();
   ASSERT_EQ(0, p->setAudioAndSubtitle("00:02:07", 2, -1, tmp.c_str(), "1", "24", "white", "utf8",
                                       "/share/Public/airplay/movie.srt", 0));
-  const Strings sent = lines(device);
+  const Strings sent = commands(device);
   ASSERT_LE(3u, sent.size());
   EXPECT_EQ(Strings({"POST /stop", "POST /play", "POST /scrub?position=125"}), Strings(sent.begin(), sent.begin() + 3));
   const std::string url = played(device).at(0);
@@ -339,7 +347,7 @@ TEST_F(AirplayPlayerTest, ChangingTheSubtitleRestartsTheStreamAndSeeks) {
   EXPECT_EQ(0, p->seek("00:00:12"));
   ASSERT_EQ(1u, played(device).size());
   EXPECT_NE(std::string::npos, played(device)[0].find(",externalSubtitle="));
-  EXPECT_EQ("POST /scrub?position=10", lines(device).back());
+  EXPECT_EQ("POST /scrub?position=10", commands(device).back());
 
   // Stopping removes the temporary subtitle.
   ASSERT_EQ(0, p->stop(false));
