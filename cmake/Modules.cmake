@@ -39,8 +39,15 @@ function(vessord_tests folder)
     if(base MATCHES "_mt_test$")
       set(labels threading)
     endif()
+    # Sound-output tests start music daemons on the appliance's port range
+    # (12350..12650), which each test process searches from its start: two
+    # such tests at once could both find the same port free.
+    set(lock "")
+    if(base MATCHES "^alsa")
+      set(lock RESOURCE_LOCK mpd_ports)
+    endif()
     gtest_discover_tests(${exe} DISCOVERY_TIMEOUT 30
-      PROPERTIES LABELS "${labels}" TIMEOUT 120)
+      PROPERTIES LABELS "${labels}" TIMEOUT 120 ${lock})
   endforeach()
   set_property(DIRECTORY APPEND PROPERTY LABELS ${folder})
 endfunction()

@@ -17,6 +17,10 @@ cleanup() {
     kill "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
   fi
+  # The sound output's private music daemons end with the demo.
+  for conf in "$root"/sim/mpd/*/mpd.conf; do
+    [ -f "$conf" ] && mpd --kill "$conf" >/dev/null 2>&1 || true
+  done
   rm -rf "$root"
 }
 trap cleanup EXIT
@@ -62,7 +66,7 @@ n=0
 for t in "Morning Walk.mp3" "What's Going On?.mp3" "#1 Hits ~ 2024.mp3"; do
   n=$((n + 1))
   echo "data" >"$root$music/$t"
-  printf 'd%d\t%d\t0\t%s\t00:00:04\n' "$n" "$((3000 + n))" "$music/$t" >>"$root/sim/media.tsv"
+  printf 'd%d\t%d\t0\t%s\t00:00:06\n' "$n" "$((3000 + n))" "$music/$t" >>"$root/sim/media.tsv"
 done
 
 ctl --get device/deviceName ListRender
@@ -74,8 +78,33 @@ ctl --get size SizeOfListContent playlist=Demo appType=music
 ctl SetPlaylist "dev=$dev" playlist=Demo appType=music
 ctl Play "dev=$dev"
 echo "Polling the status once a second: state, track, position, duration, content"
-ctl --watch 14 --every 1 --get playerState,currTrack,currTime,totalTime,trackContent GetPlayerStatus "dev=$dev"
+ctl --watch 4 --every 1 --get playerState,currTrack,currTime,totalTime,trackContent GetPlayerStatus "dev=$dev"
+ctl Pause "dev=$dev"
+ctl --get playerState,currTrack,currTime GetPlayerStatus "dev=$dev"
+ctl Play "dev=$dev"
+ctl --watch 16 --every 1 --get playerState,currTrack,currTime,totalTime,trackContent GetPlayerStatus "dev=$dev"
 ctl Stop "dev=$dev"
+
+# The box's own sound output, through a private copy of the real music
+# daemon (Debian's mpd and mpc behind the appliance's adapters).
+out=ANALOG_card0
+mkdir -p "$root$music/Box"
+for t in "Overture" "Finale"; do
+  "$build/sim/bin/tone" "$root$music/Box/$t.wav" 5
+done
+ctl --get device/deviceName,device/deviceId ListRender renderType=alsa
+ctl CreatePlaylist playlist=Box playlistType=audio appType=music owner=admin
+for t in "Overture" "Finale"; do
+  ctl AddContent playlist=Box appType=music contentType=file mediaType=audio "content=$music/Box/$t.wav"
+done
+ctl SetPlaylist "dev=$out" playlist=Box appType=music
+ctl Play "dev=$out"
+ctl --watch 4 --every 1 --get playerState,currTrack,currTime,totalTime GetPlayerStatus "dev=$out"
+ctl SetVolume "dev=$out" vol=40
+ctl --get volume GetVolume "dev=$out"
+ctl Next "dev=$out"
+ctl --watch 3 --every 1 --get playerState,currTrack,currTime,trackContent GetPlayerStatus "dev=$out"
+ctl Stop "dev=$out"
 echo "The tool calls the daemon made, as the appliance would see them:"
 sed "s|$root||g" "$root/sim/calls.log" | sort | uniq -c
 echo

@@ -20,4 +20,7 @@ std::string path(const std::string& root, const char* appliancePath);
 // Whole file as text; "" when it cannot be read.
 std::string read_file(const std::string& file);
 
+// A short mono 16-bit PCM WAV file of a square tone, for the music daemon.
+void write_wav(const std::string& file, int seconds, int rate = 8000);
+
 }  // namespace sim

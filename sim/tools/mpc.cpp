@@ -7,7 +7,9 @@
 // `setoutputattr "name" a b` accepts a listed name and fails another;
 // `reloadsettings` succeeds. Everything else goes to the real mpc, over the
 // local socket of the daemon that the mpd adapter started for `-p N`, so that
-// local files may be added by file:// address.
+// local files may be added by file:// address. On the appliance the media
+// lie at their own paths; here they lie under the root, so `add
+// file:///share/...` is handed on with the root before the path.
 #include <unistd.h>
 
 #include <cstdio>
@@ -66,10 +68,15 @@ int main(int argc, char** argv) {
   }
   if (command == "reloadsettings") return 0;
   const std::string host = "--host=" + root + "/sim/mpd/" + port + "/socket";
+  std::vector<std::string> words(argv + first, argv + argc);
+  const std::string scheme = "file://";
+  if (words.size() == 2 && words[0] == "add" && words[1].compare(0, scheme.size() + 1, scheme + "/") == 0 &&
+      words[1].compare(scheme.size(), root.size(), root) != 0)
+    words[1] = scheme + root + words[1].substr(scheme.size());
   std::vector<char*> args;
   args.push_back(const_cast<char*>("mpc"));
   args.push_back(const_cast<char*>(host.c_str()));
-  for (int i = first; i < argc; ++i) args.push_back(argv[i]);
+  for (std::string& w : words) args.push_back(&w[0]);
   args.push_back(nullptr);
   ::execv(real_mpc(), args.data());
   std::perror("mpc: exec");

@@ -23,17 +23,10 @@
 #include "foundation/sysUtil.h"
 #include "foundation/xmlParser.h"
 #include "player/agentCommand.h"
+#include "player/playerLoop.h"
 
 using vessord::ShellLine;
 using vessord::player::agent_value;
-
-// The end of the loop's thread, shared with the thread so that the thread
-// never touches the player once process() has returned.
-struct dlnaLoopEnd_s {
-  std::mutex m;
-  std::condition_variable c;
-  bool done = false;
-};
 
 namespace {
 
@@ -45,20 +38,6 @@ constexpr int kStopChecks = 10;
 constexpr int kStopPasses = 4;
 constexpr int kTransitionPolls = 9;
 constexpr int kSeekWaits = 30;
-
-struct loopArg_s {
-  CDlnaPlayer* player;
-  std::shared_ptr<dlnaLoopEnd_s> end;
-};
-
-void* loop_entry(void* a) {
-  std::unique_ptr<loopArg_s> arg(static_cast<loopArg_s*>(a));
-  arg->player->process();
-  std::lock_guard<std::mutex> lk(arg->end->m);
-  arg->end->done = true;
-  arg->end->c.notify_all();
-  return nullptr;
-}
 
 bool same(const std::string& a, const char* b) { return strcasecmp(a.c_str(), b) == 0; }
 
@@ -103,7 +82,7 @@ CDlnaPlayer::CDlnaPlayer(unsigned type, const char* renderID, const char* device
     : CPlayer(type, renderID, deviceName, title, appType),
       CThread(THREAD_TYPE_DETACHED),
       m_timing(timing),
-      m_loopEnd(std::make_shared<dlnaLoopEnd_s>()) {
+      m_loopEnd(std::make_shared<PlayerLoopEnd>()) {
   m_currElm.mediaType = MEDIA_UNKNOWN;
   m_currElm.contentType = CONTENT_UNKNOWN;
 
@@ -145,22 +124,18 @@ CDlnaPlayer::~CDlnaPlayer() {
   m_bExit = true;
   pthread_cond_broadcast(&m_waitCond);
   pthread_mutex_unlock(&m_waitMutex);
-  {
-    std::unique_lock<std::mutex> lk(m_loopEnd->m);
-    m_loopEnd->c.wait(lk, [this] { return m_loopEnd->done; });
-  }
+  m_loopEnd->wait();
   pthread_cond_destroy(&m_parkedCond);
   pthread_cond_destroy(&m_waitCond);
   pthread_mutex_destroy(&m_waitMutex);
 }
 
 int CDlnaPlayer::start() {
-  auto* arg = new loopArg_s{this, m_loopEnd};
-  int rc = startThread_(&loop_entry, arg);
+  auto* arg = new playerLoopArg_s{this, m_loopEnd};
+  int rc = startThread_(&player_loop_entry, arg);
   if (rc != 0) {
     delete arg;
-    std::lock_guard<std::mutex> lk(m_loopEnd->m);
-    m_loopEnd->done = true;
+    m_loopEnd->finish();
   }
   return rc;
 }
@@ -331,10 +306,7 @@ void CDlnaPlayer::wakeLoop_() {
 }
 
 bool CDlnaPlayer::waitParked_(bool insist) {
-  auto loopDone = [this] {
-    std::lock_guard<std::mutex> lk(m_loopEnd->m);
-    return m_loopEnd->done;
-  };
+  auto loopDone = [this] { return m_loopEnd->isDone(); };
   pthread_mutex_lock(&m_waitMutex);
   while (!m_bStuckOnWaitLock && !loopDone()) {
     if (!m_bStop) {

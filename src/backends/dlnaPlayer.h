@@ -36,7 +36,7 @@ struct dlnaTiming_s {
 };
 typedef dlnaTiming_s dlnaTiming_t;
 
-struct dlnaLoopEnd_s;
+class PlayerLoopEnd;
 
 class CDlnaPlayer : public CPlayer, public CThread, public myMonitor::CMyMonitorFunctor {
  public:
@@ -142,5 +142,5 @@ class CDlnaPlayer : public CPlayer, public CThread, public myMonitor::CMyMonitor
   // Destruction has begun: the monitor's callbacks no longer resume.
   std::atomic<bool> m_bDying{false};
   dlnaTiming_s m_timing;
-  std::shared_ptr<dlnaLoopEnd_s> m_loopEnd;
+  std::shared_ptr<PlayerLoopEnd> m_loopEnd;
 };

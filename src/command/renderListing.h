@@ -56,3 +56,9 @@ int list_render(CPlayerManager* manager, XMLNode& root, XMLNode& reply);
 // The handler of ListUnknowRender: the Chromecast devices, while the media
 // package is absent. Always 0.
 int list_unknow_render(XMLNode& reply);
+
+// The handler of ListAirplayRender, an extension beside ListRender: the
+// AirPlay devices that mDNS finds (ten seconds at most), added to the render
+// cache with the AirPlay bit after the AirPlay entries alone were marked
+// unseen. Always 0.
+int list_airplay_render(CPlayerManager* manager, XMLNode& reply);

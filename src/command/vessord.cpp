@@ -69,6 +69,9 @@ const commandEntry_s g_commandTable[] = {
        list_unknow_render(reply);
        return 0;
      }},
+    // An extension: the AirPlay devices into the render cache.
+    {"ListAirplayRender",
+     [](CPlayerManager* manager, XMLNode&, XMLNode& reply) { return list_airplay_render(manager, reply); }},
     {"GetUpnpObjectID", [](CPlayerManager*, XMLNode& root, XMLNode& reply) { return get_upnp_object_id(root, reply); }},
     {"SizeOfPlaylist", VESSORD_HANDLER(size_of_playlist)},
     {"ListPlaylist", VESSORD_HANDLER(list_playlist)},

@@ -2,6 +2,7 @@
 
 #include "backends/airplayPlayer.h"
 #include "backends/alsaCommands.h"
+#include "backends/alsaPlayer.h"
 #include "backends/dlnaPlayer.h"
 #include "foundation/log.h"
 #include "foundation/shellRunner.h"
@@ -30,6 +31,18 @@ CPlayer* make_airplay(const renderCacheInfo_s& info, const std::string& renderID
                             info.ip.c_str(), info.port);
 }
 
+// A card whose playback device is open elsewhere cannot take a second
+// player: -19, as for a player that is busy.
+CPlayer* make_alsa(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                   const std::string& appType, int& err) {
+  if (CAlsaPlayer::isSndDevBusy(info.card, info.device)) {
+    err = -19;
+    return nullptr;
+  }
+  return new CAlsaPlayer(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
+                         appType.empty() ? nullptr : appType.c_str(), info.ip.c_str());
+}
+
 }  // namespace
 
 // One row per back-end, first match wins, in this order: DLNA, AirPlay,
@@ -39,6 +52,7 @@ const std::vector<playerClass_s>& default_player_classes() {
   static const std::vector<playerClass_s> rows = {
       {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
       {PLAYER_TYPE_AIRPLAY, "AirPlay", &make_airplay},
+      {PLAYER_TYPE_ALSA, "ALSA", &make_alsa},
   };
   return rows;
 }

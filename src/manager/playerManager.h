@@ -105,6 +105,8 @@ class CPlayerManager : public CThread {
   int searchRenderInCache_(const std::string& renderID, renderCacheInfo_s& out);
   // Marks every entry as not seen by the listing now being merged.
   void invalidRenderCache_();
+  // The same for the entries that carry `bit` only.
+  void invalidRenderCacheOfType_(unsigned bit);
   void invalidPlayerCollection();
   void invalidPlayerCollection_();
 

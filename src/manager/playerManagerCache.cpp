@@ -49,6 +49,11 @@ void CPlayerManager::invalidRenderCache_() {
   for (auto& entry : m_renderCache) entry.second.valid = false;
 }
 
+void CPlayerManager::invalidRenderCacheOfType_(unsigned bit) {
+  for (auto& entry : m_renderCache)
+    if (entry.second.type & bit) entry.second.valid = false;
+}
+
 // ---- making and reclaiming players ---------------------------------------------
 
 CPlayer* CPlayerManager::addPlayer_(int& err, const std::string& renderID, const std::string& title,

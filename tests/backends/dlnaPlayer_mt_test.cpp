@@ -45,7 +45,9 @@ TEST(DlnaPlayerThreads, ThreadsEndWithThePlayerAtEveryStage) {
     if (delay >= 0) {
       ASSERT_EQ(0, p->play());
       std::this_thread::sleep_for(std::chrono::milliseconds(delay));
-      if (delay == 1500) ASSERT_EQ(0, p->pause());
+      if (delay == 1500) {
+        ASSERT_EQ(0, p->pause());
+      }
     }
     p.reset();
     EXPECT_TRUE(waitFor([&] { return threadCount() == before; }, 5)) << "after delay " << delay;

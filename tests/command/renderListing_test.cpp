@@ -217,7 +217,12 @@ TEST_F(Listing, HostileDiscoveryRecordsAreListedOrSkippedAndNothingRuns) {
   daemon.command("ListPlayer");
 
   EXPECT_FALSE(root.exists("/tmp/pwned"));
-  for (const std::string& call : root.calls()) EXPECT_EQ(std::string::npos, call.find("touch")) << call;
+  // The sound output's player may name its output: as one literal word.
+  const std::string literal = " enable only '$(touch /tmp/pwned)'";
+  for (const std::string& call : root.calls()) {
+    const bool named = call.size() > literal.size() && call.compare(call.size() - literal.size(), literal.size(), literal) == 0;
+    if (!named) EXPECT_EQ(std::string::npos, call.find("touch")) << call;
+  }
 }
 
 // A listed sound output without a player takes its attributes through the

@@ -1,5 +1,7 @@
 #include "support/testRoot.h"
 
+#include "common/standin.h"
+
 #include <dirent.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -55,20 +57,7 @@ void end_music_daemons(const std::string& dir) {
 
 }  // namespace
 
-void write_wav(const std::string& file, int seconds, int rate) {
-  const uint32_t samples = static_cast<uint32_t>(seconds) * static_cast<uint32_t>(rate);
-  const uint32_t bytes = samples * 2;
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  auto u32 = [&](uint32_t v) { for (int i = 0; i < 4; ++i) out.put(static_cast<char>((v >> (8 * i)) & 0xff)); };
-  auto u16 = [&](uint16_t v) { out.put(static_cast<char>(v & 0xff)); out.put(static_cast<char>(v >> 8)); };
-  out << "RIFF";
-  u32(36 + bytes);
-  out << "WAVEfmt ";
-  u32(16); u16(1); u16(1); u32(static_cast<uint32_t>(rate)); u32(static_cast<uint32_t>(rate) * 2); u16(2); u16(16);
-  out << "data";
-  u32(bytes);
-  for (uint32_t i = 0; i < samples; ++i) u16(static_cast<uint16_t>((i / 20) % 2 ? 3000 : -3000));
-}
+void write_wav(const std::string& file, int seconds, int rate) { sim::write_wav(file, seconds, rate); }
 
 TestRoot::TestRoot(bool useForProcess) : m_process(useForProcess) {
   const char* tmp = std::getenv("TMPDIR");
