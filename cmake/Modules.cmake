@@ -19,8 +19,11 @@ endfunction()
 # ctest runs one by one (ctest -j spreads them). Files named *_mt_test.cpp
 # exercise threads and carry the label "threading" (run under TSan in CI).
 function(vessord_tests folder)
-  cmake_parse_arguments(T "" "" "DEPS;NEEDS" ${ARGN})
+  cmake_parse_arguments(T "" "EXCLUDE" "DEPS;NEEDS" ${ARGN})
   file(GLOB tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cpp)
+  if(T_EXCLUDE)
+    list(FILTER tests EXCLUDE REGEX "${T_EXCLUDE}")
+  endif()
   foreach(src ${tests})
     get_filename_component(base ${src} NAME_WE)
     set(exe ${folder}_${base})

@@ -1,5 +1,6 @@
 #include "manager/playerClasses.h"
 
+#include "backends/airplayPlayer.h"
 #include "backends/alsaCommands.h"
 #include "backends/alsaPlayer.h"
 #include "backends/dlnaPlayer.h"
@@ -19,6 +20,15 @@ CPlayer* make_dlna(const renderCacheInfo_s& info, const std::string& renderID, c
   }
   return new CDlnaPlayer(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
                          appType.empty() ? nullptr : appType.c_str());
+}
+
+// The AirPlay player talks to its device over HTTP; no text of the device
+// reaches a shell but its own checked URLs.
+CPlayer* make_airplay(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                      const std::string& appType, int&) {
+  return new CAirplayPlayer(info.type, renderID.c_str(), info.deviceName.c_str(),
+                            title.empty() ? nullptr : title.c_str(), appType.empty() ? nullptr : appType.c_str(),
+                            info.ip.c_str(), info.port);
 }
 
 // A card whose playback device is open elsewhere cannot take a second
@@ -41,6 +51,7 @@ CPlayer* make_alsa(const renderCacheInfo_s& info, const std::string& renderID, c
 const std::vector<playerClass_s>& default_player_classes() {
   static const std::vector<playerClass_s> rows = {
       {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
+      {PLAYER_TYPE_AIRPLAY, "AirPlay", &make_airplay},
       {PLAYER_TYPE_ALSA, "ALSA", &make_alsa},
   };
   return rows;
