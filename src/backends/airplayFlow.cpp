@@ -13,6 +13,7 @@
 #include "foundation/log.h"
 #include "foundation/nasUtil.h"
 #include "foundation/rootPath.h"
+#include "foundation/sysUtil.h"
 
 using vessord::Response;
 
@@ -209,7 +210,8 @@ void CAirplayPlayer::leaveRunning_() {
   Response r;
   m_airplayService.stop(r);
   const std::string tmp = readField_(m_tmpSubtitle);
-  if (!tmp.empty() && std::remove(vessord::root_path(tmp).c_str()) != 0) {
+  // Only a regular file below /tmp: the client names this path.
+  if (!tmp.empty() && remove_tmp_file(tmp) != 0) {
     const int err = errno;
     VLOG(LOG_COLOR_FAIL, "remove temp transcoded subtitle %s failed(%d): %s\n", tmp.c_str(), err,
          std::strerror(err));

@@ -1,10 +1,12 @@
 #include "foundation/sysUtil.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <netinet/in.h>
@@ -21,6 +23,7 @@
 #include <vector>
 
 #include "foundation/log.h"
+#include "foundation/rootPath.h"
 #include "foundation/thread.h"
 
 pthread_mutex_t g_externalCmdLock = PTHREAD_MUTEX_INITIALIZER;
@@ -239,4 +242,50 @@ void memory_dump(const unsigned char* data, int len) {
 void UniqueFd::reset(int fd) {
   if (m_fd >= 0) ::close(m_fd);
   m_fd = fd;
+}
+
+int remove_tmp_file(const std::string& appliancePath) {
+  static const std::string kTmp = "/tmp/";
+  if (appliancePath.compare(0, kTmp.size(), kTmp) != 0) {
+    errno = EPERM;
+    return -1;
+  }
+  std::vector<std::string> parts;
+  size_t at = kTmp.size();
+  while (at <= appliancePath.size()) {
+    size_t end = appliancePath.find('/', at);
+    if (end == std::string::npos) end = appliancePath.size();
+    const std::string part = appliancePath.substr(at, end - at);
+    if (part.empty() || part == "." || part == "..") {
+      errno = EPERM;
+      return -1;
+    }
+    parts.push_back(part);
+    at = end + 1;
+  }
+  // Each folder is opened without following a link, so a link planted in
+  // the world-writable /tmp never leads the removal elsewhere.
+  int dir = ::open(vessord::root_path("/tmp").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir < 0) return -1;
+  for (size_t k = 0; k + 1 < parts.size(); ++k) {
+    const int sub = ::openat(dir, parts[k].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int saved = errno;
+    ::close(dir);
+    if (sub < 0) {
+      errno = saved == ELOOP || saved == ENOTDIR ? EPERM : saved;
+      return -1;
+    }
+    dir = sub;
+  }
+  struct stat st {};
+  int rc = ::fstatat(dir, parts.back().c_str(), &st, AT_SYMLINK_NOFOLLOW);
+  if (rc == 0 && !S_ISREG(st.st_mode)) {
+    errno = EPERM;
+    rc = -1;
+  }
+  if (rc == 0) rc = ::unlinkat(dir, parts.back().c_str(), 0);
+  const int saved = errno;
+  ::close(dir);
+  errno = saved;
+  return rc;
 }

@@ -67,6 +67,12 @@ void* popen_timeout_wrap(void* job);
 // passes a fixed path through vessord::root_path).
 int is_file_exist(const char* path);
 
+// Removes a temporary file that a client named (a transcoded subtitle):
+// only a regular file below /tmp (under the test root, if one is set),
+// reached without following a link and without "." or ".." components.
+// 0, or -1 with errno set (EPERM for a path outside /tmp or a link).
+int remove_tmp_file(const std::string& appliancePath);
+
 // The name of the first IPv4 interface whose network holds `ip`, copied into
 // `ifName` (at least IFNAMSIZ bytes). 0 when found, 1 otherwise.
 int get_if_by_ip(const char* ip, char* ifName);

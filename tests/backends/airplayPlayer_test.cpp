@@ -321,7 +321,7 @@ TEST_F(AirplayPlayerTest, ChangingTheSubtitleRestartsTheStreamAndSeeks) {
   auto p = makePlayer(device, m.title);
   ASSERT_EQ(0, p->play());
   ASSERT_TRUE(waitFor([&] { return played(device).size() == 1 && p->getCurrTimeSecond() == 10; }));
-  const std::string tmp = kDir + stem() + ".tmp.srt";
+  const std::string tmp = "/tmp/" + stem() + ".tmp.srt";
   root().write(tmp, "1\n");
   device.clearRequests();
   ASSERT_EQ(0, p->setAudioAndSubtitle("00:02:07", 2, -1, tmp.c_str(), "1", "24", "white", "utf8",
