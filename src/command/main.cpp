@@ -1,6 +1,8 @@
 // vessord: the daemon's whole life. It refuses to run twice, derives its
 // log directory, opens the command socket, sets up its signals and then
 // accepts connections for ever. There is no orderly stop: a signal ends it.
+#include <sys/resource.h>
+
 #include <cstdlib>
 #include <string>
 
@@ -14,6 +16,22 @@
 #include "foundation/rootPath.h"
 #include "foundation/shellRunner.h"
 #include "manager/playerManager.h"
+
+namespace {
+
+// Every connection holds a descriptor until it is answered or let go; the
+// soft limit goes up to the hard one (at most 65536), so that a crowd of
+// slow clients does not keep the others out.
+void raise_descriptor_limit() {
+  rlimit lim{};
+  if (getrlimit(RLIMIT_NOFILE, &lim) != 0) return;
+  const rlim_t want = lim.rlim_max == RLIM_INFINITY || lim.rlim_max > 65536 ? 65536 : lim.rlim_max;
+  if (lim.rlim_cur >= want) return;
+  lim.rlim_cur = want;
+  if (setrlimit(RLIMIT_NOFILE, &lim) != 0) VLOG(LOG_COLOR_FAIL, "setrlimit(RLIMIT_NOFILE) ... fail\n");
+}
+
+}  // namespace
 
 int main() {
   // A root that a shell would not read as plain text cannot be spliced
@@ -35,6 +53,7 @@ int main() {
   // The dump path is fixed now: the signal handler may not compute it.
   vessord::set_log_dir(logDir);
 
+  raise_descriptor_limit();
   try {
     CUnixSocketIpc ipc(vessord::root_path("/tmp/.@vessord.xxx").c_str(), true);
     CPlayerManager manager;

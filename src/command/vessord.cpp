@@ -1,5 +1,8 @@
 #include "command/vessord.h"
 
+#include <poll.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -175,6 +178,31 @@ std::string reply_text(const XMLNode& reply) {
   return text ? std::string(text.get()) : std::string();
 }
 
+int client_idle_ms() {
+  static const int ms = [] {
+    const char* env = std::getenv("VESSORD_IDLE_CLIENT_MS");
+    const long v = env && *env ? std::strtol(env, nullptr, 10) : 0;
+    return v > 0 && v < 24L * 3600 * 1000 ? static_cast<int>(v) : 60000;
+  }();
+  return ms;
+}
+
+namespace {
+
+// A client that connects and then sends nothing (or never acknowledges the
+// reply) would hold its thread and descriptor for ever; one that has sent
+// nothing for the idle limit is let go. A real client sends at once.
+bool wait_readable(int fd) {
+  struct pollfd p = {fd, POLLIN, 0};
+  int n;
+  do {
+    n = ::poll(&p, 1, client_idle_ms());
+  } while (n < 0 && errno == EINTR);
+  return n != 0;  // an error is left to the read, as before
+}
+
+}  // namespace
+
 void* process(void* arg) {
   if (!arg) return nullptr;
   std::unique_ptr<connectionArgs_s, freeDeleter_s> args(static_cast<connectionArgs_s*>(arg));
@@ -183,6 +211,11 @@ void* process(void* arg) {
 
   // One byte more than a request may hold, so that the text always ends.
   char buffer[kRequestMax + 1];
+  if (!wait_readable(fd)) {
+    VLOG(LOG_COLOR_SOCKET, "a client sent nothing for %d ms: closed\n", client_idle_ms());
+    ipc->Close(fd);
+    return nullptr;
+  }
   const ssize_t got = ipc->Read(buffer, kRequestMax, fd);
   buffer[kRequestMax] = '\0';
   if (got == -1) {
@@ -206,7 +239,7 @@ void* process(void* arg) {
   std::snprintf(block, sizeof block, "%d", static_cast<int>(text.size()));
   if (ipc->Write(block, sizeof block, fd) >= 0) {
     // Then the text, and the client's acknowledgement (or its end of stream).
-    if (ipc->Write(text.data(), text.size(), fd) >= 0) ipc->Read(block, sizeof block, fd);
+    if (ipc->Write(text.data(), text.size(), fd) >= 0 && wait_readable(fd)) ipc->Read(block, sizeof block, fd);
     if (!is_polling_command(outcome.command))
       VLOG(LOG_COLOR_TRACE, "Command:%s  --dev:%s(done)\n", outcome.command.c_str(), outcome.dev.c_str());
   }

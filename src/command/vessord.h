@@ -69,6 +69,10 @@ void handle_request(CPlayerManager* manager, const char* buf, size_t len, XMLNod
 // could be read; the reply is then left as it is.
 bool add_version_node(XMLNode& reply);
 
+// How long a connection may stay silent before its request, or before its
+// acknowledgement of the reply: 60 s, or VESSORD_IDLE_CLIENT_MS.
+int client_idle_ms();
+
 // The reply document as it goes on the wire: indented, no declaration.
 std::string reply_text(const XMLNode& reply);
 

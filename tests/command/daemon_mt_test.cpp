@@ -1,6 +1,10 @@
 // Many clients at once: each connection has its own thread, and clients
 // that hold their connection open do not stop the others.
+#include <dirent.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -36,4 +40,59 @@ TEST(DaemonConcurrency, ParallelClientsAreServedBesideIdleOnes) {
   std::string reply;
   ASSERT_TRUE(idle.front()->send(vessorclient::build_packet("echo", {})) && idle.front()->receive(reply));
   EXPECT_EQ("ECHO", testsupport::node(reply, "status")) << "the idle are still served once they speak";
+}
+
+namespace {
+
+int entries(const std::string& dir) {
+  int n = 0;
+  if (DIR* d = ::opendir(dir.c_str())) {
+    while (dirent* e = ::readdir(d)) n += e->d_name[0] != '.';
+    ::closedir(d);
+  }
+  return n;
+}
+
+}  // namespace
+
+// Silent clients are let go after the idle limit: their threads and
+// descriptors come back, a client that speaks within the limit is served,
+// and one that never acknowledges its reply does not keep its thread.
+TEST(DaemonConcurrency, SilentClientsAreLetGoAfterTheIdleLimit) {
+  testsupport::TestRoot root(false);
+  testsupport::DaemonProcess daemon(root.dir());
+  ASSERT_TRUE(daemon.start({"VESSORD_IDLE_CLIENT_MS=500"})) << daemon.log();
+  const std::string task = "/proc/" + std::to_string(daemon.pid()) + "/task";
+  const std::string fds = "/proc/" + std::to_string(daemon.pid()) + "/fd";
+  std::string reply;
+  vessorclient::request(daemon.socketPath(), vessorclient::build_packet("echo", {}), reply);
+  ASSERT_EQ("ECHO", testsupport::node(reply, "status"));
+  const int threads = entries(task), descriptors = entries(fds);
+
+  std::vector<std::unique_ptr<vessorclient::CVessorConnection>> silent;
+  for (int i = 0; i < 200; ++i) silent.emplace_back(new vessorclient::CVessorConnection(daemon.socketPath()));
+  vessorclient::CVessorConnection slow(daemon.socketPath());
+  vessorclient::CVessorConnection noAck(daemon.socketPath());
+  ASSERT_TRUE(noAck.send(vessorclient::build_packet("echo", {})) && noAck.receive(reply));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_GT(entries(task), threads + 100) << "a thread for each waiting client";
+  ASSERT_TRUE(slow.send(vessorclient::build_packet("echo", {})));
+  ASSERT_TRUE(slow.receive(reply));
+  EXPECT_EQ("ECHO", testsupport::node(reply, "status")) << "spoke within the limit";
+  slow.acknowledge();
+
+  auto settled = [&] {
+    for (int i = 0; i < 100; ++i) {
+      if (entries(task) <= threads && entries(fds) <= descriptors) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  };
+  EXPECT_TRUE(settled()) << entries(task) << " threads, " << entries(fds) << " descriptors";
+  EXPECT_TRUE(daemon.waitForLog("a client sent nothing for 500 ms: closed"));
+  // The daemon closed the silent ones: their next read sees the end.
+  char byte;
+  EXPECT_EQ(0, ::read(silent.front()->fd(), &byte, 1));
+  vessorclient::request(daemon.socketPath(), vessorclient::build_packet("echo", {}), reply);
+  EXPECT_EQ("ECHO", testsupport::node(reply, "status"));
 }
