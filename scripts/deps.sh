@@ -3,6 +3,8 @@
 set -eu
 pkgs="cmake ninja-build g++ clang clang-tidy libclang-rt-14-dev libsqlite3-dev libgtest-dev libgmock-dev
       libcurl4-openssl-dev libcpp-httplib-dev procps mpd mpc"
+# systemd-analyze checks the service unit.
+pkgs="$pkgs systemd"
 missing=""
 for p in $pkgs; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
