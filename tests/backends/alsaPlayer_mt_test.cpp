@@ -53,7 +53,9 @@ TEST(AlsaPlayerThreads, LoopAndDaemonEndWithThePlayerAtEveryStage) {
     }
     p.reset();
     EXPECT_TRUE(waitFor([&] { return threadCount() == before; }, 5)) << "after delay " << delayMs;
-    if (music > 0) EXPECT_TRUE(gone(music)) << "music daemon after delay " << delayMs;
+    if (music > 0) {
+      EXPECT_TRUE(gone(music)) << "music daemon after delay " << delayMs;
+    }
   }
 }
 
