@@ -221,7 +221,9 @@ TEST_F(Listing, HostileDiscoveryRecordsAreListedOrSkippedAndNothingRuns) {
   const std::string literal = " enable only '$(touch /tmp/pwned)'";
   for (const std::string& call : root.calls()) {
     const bool named = call.size() > literal.size() && call.compare(call.size() - literal.size(), literal.size(), literal) == 0;
-    if (!named) EXPECT_EQ(std::string::npos, call.find("touch")) << call;
+    if (!named) {
+      EXPECT_EQ(std::string::npos, call.find("touch")) << call;
+    }
   }
 }
 
