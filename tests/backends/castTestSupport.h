@@ -56,15 +56,16 @@ struct Item {
   std::string dbID;
 };
 
-// A file under /share/Public/cast/, in the library with its duration and,
-// for music and video, in the tool's description with its codecs. `name`
-// is the file's name; the folder is the test's own.
+// A file of the data volume (the media library knows the paths that the
+// share's link resolves to), in the library with its duration and, for
+// music and video, in the tool's description with its codecs. `name` is the
+// file's name; the folder is the test's own.
 inline Item lay(const std::string& name, mediaType_e media, const std::string& duration = "00:01:00",
                 const std::string& video = "h264", const std::string& audio = "aac", bool inLibrary = true) {
   static int next = 7000;
   Item it;
   it.dbID = std::to_string(++next);
-  it.path = "/share/Public/cast/" + renderId() + "/" + name;
+  it.path = "/share/CACHEDEV1_DATA/Public/cast/" + renderId() + "/" + name;
   root().write(it.path, "x");
   if (inLibrary)
     root().write("/sim/media.tsv", root().read("/sim/media.tsv") + "o" + it.dbID + "\t" + it.dbID + "\t" +
