@@ -16,6 +16,8 @@
 // from the media library ROOT/sim/media.tsv (the agent stand-in's file:
 // dbID in the second column, hh:mm:ss in the fifth), as a device learns it
 // from the stream; other URLs keep the duration the state holds.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
@@ -140,6 +142,10 @@ int main(int argc, char** argv) {
   mkdir((root + "/sim").c_str(), 0755);
   mkdir(dir.c_str(), 0755);
   const std::string file = dir + "/" + name + ".state";
+  // One call at a time per device: a status read beside a scrub must not
+  // write the old position back. The lock ends with the process.
+  const int lock = open((file + ".lock").c_str(), O_CREAT | O_RDWR, 0644);
+  if (lock >= 0) flock(lock, LOCK_EX);
   State s = load(file);
   if (s["duration"].empty()) s["duration"] = "60";
   if (!s["fail"].empty()) {

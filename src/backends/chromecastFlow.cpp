@@ -77,6 +77,7 @@ void CChromecast::startTrack_(int& failed) {
   g_zeroPositionPolls = 0;
   resetTrackState_();
   m_trackRequestsAtStart = m_trackRequests.load();
+  m_stopRequestsAtStart = m_stopRequests.load();
   m_bIsPlaying = true;
 
   std::string url;
@@ -90,9 +91,9 @@ void CChromecast::startTrack_(int& failed) {
     // A failed order counts as playing: the position poll gives it up.
     if (!url.empty() && sendPlay_(url, thumbnail, title) == 0) m_bIsPlaying = m_bPause ? true : !m_bStop;
   }
-  if (m_trackRequests.load() != m_trackRequestsAtStart) {
-    // A next() or previous() came meanwhile: its track starts on the next
-    // pass, and this one does not count.
+  if (m_trackRequests.load() != m_trackRequestsAtStart || m_stopRequests.load() != m_stopRequestsAtStart) {
+    // A next() or previous() came meanwhile (its track starts on the next
+    // pass), or a stop: this start does not count.
     m_bIsPlaying = false;
     return;
   }
@@ -118,21 +119,19 @@ void CChromecast::pollTrack_(int& polls) {
       m_delayCount = 0;
       m_bChangeToNext = true;
     }
-  } else if (m_item.mediaType == MEDIA_AUDIO || m_item.mediaType == MEDIA_VIDEO) {
+  } else if (m_item.mediaType != MEDIA_AUDIO && m_item.mediaType != MEDIA_VIDEO) {
+    VLOG(LOG_COLOR_FAIL, "[Unknow Type]:%s\n", m_item.content.c_str());
+  } else {
     int position = 0, duration = 0;
     CVexAirplayOpInterface::getPosInfo(getRenderID(), position, duration);
     if (duration == 0) duration = getTotalTimeSecond();
     setCurrTime(position);
-    if (getCurrTimeSecond() + 2 >= duration) {
-      m_bChangeToNext = true;
-    } else if (position != 0) {
+    bool over = getCurrTimeSecond() + 2 >= duration;
+    if (!over && position != 0)
       g_zeroPositionPolls = 0;
-    } else if (++g_zeroPositionPolls > kZeroPositionPollLimit) {
-      // The device had a minute to begin.
-      m_bChangeToNext = true;
-    }
-  } else {
-    VLOG(LOG_COLOR_FAIL, "[Unknow Type]:%s\n", m_item.content.c_str());
+    else if (!over)
+      over = ++g_zeroPositionPolls > kZeroPositionPollLimit;  // the device had a minute to begin
+    if (over) m_bChangeToNext = true;
   }
 }
 

@@ -141,6 +141,7 @@ int CChromecast::play() {
 
 int CChromecast::stop(bool sendStop) {
   savePlayHistory();
+  ++m_stopRequests;
   m_bIsPlaying = false;
   m_bStop = true;
   m_bSilentStop = !sendStop;

@@ -131,10 +131,14 @@ class CChromecast : public CPlayer, public CThread {
   // Counts next()/previous(): a track's end seen while a command already
   // moved the queue does not move it a second time.
   std::atomic<unsigned> m_trackRequests{0};
+  // Counts stop(): a stop that comes while a track is being handed over
+  // stays a stop (m_bPause, set for good, would make it a pause).
+  std::atomic<unsigned> m_stopRequests{0};
   // The loop thread's own: the item now on the device, the queue moves seen
   // when it began, and the caption URL of the last video prepared.
   playlistElm_s m_item;
   unsigned m_trackRequestsAtStart = 0;
+  unsigned m_stopRequestsAtStart = 0;
   std::string m_subtitleUrl;
   chromecastTiming_s m_timing;
   std::shared_ptr<PlayerLoopEnd> m_loopEnd;

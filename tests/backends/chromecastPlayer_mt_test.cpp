@@ -29,6 +29,8 @@ TEST(ChromecastPlayerThreads, TheLoopEndsWithThePlayerAtEveryStage) {
   // A first player, so that threads a runtime starts lazily are in the
   // baseline.
   makePlayer(video).reset();
+  // The detached loop may outlive the destructor by its last return.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
   const int before = threadCount();
   const int delaysMs[] = {-1, 0, 20, 300, 1500};
   for (int delay : delaysMs) {
