@@ -65,6 +65,7 @@ TEST(ChromecastPlayerThreads, CommandsFromSeveralClientsNeverWedgeThePlayer) {
   // One command at a time, as the manager's lock lets them through.
   std::mutex lock;
   std::vector<std::thread> clients;
+  clients.reserve(3);
   for (int c = 0; c < 3; ++c) {
     clients.emplace_back([&, c] {
       std::mt19937 rng(static_cast<unsigned>(c) + 7);
