@@ -34,7 +34,21 @@ std::string hhmmss(int seconds) {
   return buf;
 }
 
+const char* stateName(int state) {
+  switch (state) {
+    case STATE_PLAY_E: return "STATE_PLAY_E";
+    case STATE_STOP_E: return "STATE_STOP_E";
+    case STATE_PAUSE_E: return "STATE_PAUSE_E";
+    default: return "STATE_UNKNOW";
+  }
+}
+
 }  // namespace
+
+void CChromecast::setState_(playerState_e state) {
+  const playerState_e was = m_playerState.exchange(state);
+  if (was != state) VLOG(LOG_COLOR_STATE, "%s: %s ---> %s\n", getRenderID().c_str(), stateName(was), stateName(state));
+}
 
 void CChromecast::process() {
   setLoopThread_(true);
@@ -110,7 +124,7 @@ void CChromecast::pollTrack_(int& polls) {
     savePlayHistory();
     polls = 0;
   }
-  m_playerState = STATE_PLAY_E;
+  setState_(STATE_PLAY_E);
   if (m_item.mediaType == MEDIA_PHOTO) {
     const int delay = getSlideShowDelay();
     setCurrTime(hhmmss(m_delayCount));
@@ -173,12 +187,12 @@ void CChromecast::leaveRunning_() {
       CVexAirplayOpInterface::sendCommand(CVexAirplayOpInterface::OP_STOP, getRenderID(), nullptr, nullptr, nullptr);
     resetTrackState_();
     m_subtitleUrl.clear();
-    m_playerState = STATE_STOP_E;
+    setState_(STATE_STOP_E);
     stopHLSTranscoding();
   } else {
     if (m_item.mediaType != MEDIA_PHOTO)
       CVexAirplayOpInterface::sendCommand(CVexAirplayOpInterface::OP_PAUSE, getRenderID(), nullptr, nullptr, nullptr);
-    m_playerState = STATE_PAUSE_E;
+    setState_(STATE_PAUSE_E);
   }
 }
 
@@ -193,7 +207,7 @@ bool CChromecast::park_() {
   while (!m_bExit && m_wakes == wakes && m_bStop) pthread_cond_wait(&m_waitCond, &m_waitMutex);
   m_bStuckOnWaitLock = false;
   pthread_mutex_unlock(&m_waitMutex);
-  m_playerState = STATE_PLAY_E;
+  setState_(STATE_PLAY_E);
   FlowStage = 6;
   return m_bExit;
 }

@@ -346,6 +346,7 @@ int CChromecast::getThumbnailAndTitle(playlistElm_t& item, std::string& thumbnai
 int CChromecast::getContentPath_(playlistElm_t& item, std::string& url, std::string& subtitleUrl, const char* seek,
                                  int audioTrack, int subtitleTrack, const char* externalSubtitle, const char* /*sseek*/,
                                  const char* ssize, const char* scolor, int autoSub) {
+  std::lock_guard<std::mutex> preparing(m_prepareLock);
   const int supported = isCodecSupported(item);
   const int bypass = isByPass();
   char ifName[IFNAMSIZ + 1] = {0};

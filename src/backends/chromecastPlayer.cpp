@@ -243,7 +243,7 @@ int CChromecast::setAudioAndSubtitle(const char* position, int aid, int sid, con
   std::string thumbnail, title;
   getThumbnailAndTitle(item, thumbnail, title);
   if (sendPlay_(url, thumbnail, title) != 0) return -1;
-  m_playerState = STATE_PLAY_E;
+  setState_(STATE_PLAY_E);
   m_bIsPlaying = true;
   m_bStop = false;
   setAudioTrack(aid);

@@ -14,7 +14,11 @@
 //
 // Lock rules: m_waitMutex guards the park (the wait, the park and wake
 // counters, the parked flag); m_urlLock guards the two URLs of the last
-// prepared item. Neither is held across a script or a tool.
+// prepared item. Neither is held across a script or a tool. m_prepareLock
+// lets one preparation run at a time (the loop's track start and a command
+// thread's change of tracks); it is held across the preparation's tools,
+// never across a device script; inside it only leaf locks are taken
+// (m_urlLock and CPlayer's field and queue locks).
 #pragma once
 
 #include <pthread.h>
@@ -98,6 +102,8 @@ class CChromecast : public CPlayer, public CThread {
   // True when the thread must end.
   bool park_();
   void resetTrackState_();
+  // Sets the state, with a log line when it changes.
+  void setState_(playerState_e state);
   // The play order for a prepared item: the script's result.
   int sendPlay_(const std::string& url, const std::string& thumbnail, const std::string& title);
 
@@ -125,6 +131,7 @@ class CChromecast : public CPlayer, public CThread {
   std::atomic<unsigned> m_parks{0};
   std::atomic<bool> m_bSilentStop{false};
   std::atomic<int> FlowStage{0};
+  std::mutex m_prepareLock;
   mutable std::mutex m_urlLock;
   std::string m_contentUrl;  // guarded by m_urlLock
   std::string m_hlsUrl;      // guarded by m_urlLock
