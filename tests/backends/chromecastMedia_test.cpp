@@ -3,6 +3,7 @@
 // and thumbnail; then the decisions of getContentPath_ against the agent,
 // the transcoding tool and the settings of the simulated appliance.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "backends/chromecastMedia.h"
 #include "castTestSupport.h"
@@ -125,6 +126,9 @@ class ChromecastMedia : public ::testing::Test {
   // getContentPath_ of the first item, as a track start asks it.
   std::string prepare(const std::vector<Item>& items, mediaType_e media, int* result = nullptr) {
     m_player = makePlayer(playlistOf(items, media));
+    return prepareAgain(result);
+  }
+  std::string prepareAgain(int* result = nullptr) {
     root().clearCalls();
     playlistElm_s item;
     std::string url, subtitleUrl;
@@ -230,6 +234,40 @@ TEST_F(ChromecastMedia, PathThatCannotStandInQuotesRunsNoTool) {
   EXPECT_EQ(0, rc);
   EXPECT_TRUE(toolCalls().empty());
   EXPECT_EQ(0u, url.find("http://127.0.0.1:8200/MediaItems/" + v.dbID + ".mkv?client=ChromeCast,tid="));
+}
+
+TEST_F(ChromecastMedia, ServerTranscodeUrlBecomesAnHlsStreamUnlessTranscodedInAdvance) {
+  const Item v = lay("disc.mkv", MEDIA_VIDEO);
+  root().write("/sim/brelctl/getContentUrl.reply", "<root><status>success</status><url>http://127.0.0.1:8200/BD/" +
+                                                       v.dbID + ".iso,mime=video/x-matroska,dlna=1</url></root>\n");
+  std::string url = prepare({v}, MEDIA_VIDEO);
+  EXPECT_EQ(0u, url.find("http://127.0.0.1:8200/CHROMECAST/" + v.dbID + ".iso,mime=application/x-mpegurl,dlna=1,tid="))
+      << url;
+  const std::string dir = v.path.substr(0, v.path.rfind('/') + 1);
+  root().write(dir + ".@__thumb/transcode/disc.mkv.ipad720p", "x");
+  url = prepareAgain();
+  EXPECT_EQ(0u, url.find("http://127.0.0.1:8200/CHROMECAST/" + v.dbID + ".iso,mime=video/x-matroska,dlna=1,tid="))
+      << url;
+  ::unlink(root().path("/sim/brelctl/getContentUrl.reply").c_str());
+}
+
+TEST_F(ChromecastMedia, LibraryIdsArePreparedLikeFiles) {
+  const Item v = lay("byid.mkv", MEDIA_VIDEO);
+  const std::string title = playertest::testTitle("-ids");
+  playertest::makePlaylist(title, {v.dbID}, CONTENT_DBID, MEDIA_VIDEO);
+  m_player = makePlayer(title);
+  root().clearCalls();
+  playlistElm_s item;
+  std::string url, subtitleUrl, thumbnail, shown;
+  ASSERT_EQ(0, m_player->getContentPath_(item, url, subtitleUrl, nullptr, 2, -1, nullptr, nullptr, nullptr, nullptr, 0));
+  EXPECT_EQ(CONTENT_DBID, item.contentType);
+  EXPECT_EQ(0u, url.find("http://127.0.0.1:8200/CHROMECAST/" + v.dbID + ".mkv?client=ChromeCast,tid=")) << url;
+  EXPECT_NE(std::string::npos, url.find(",atrack=2"));
+  ASSERT_EQ(1u, toolCalls().size());
+  EXPECT_NE(std::string::npos, toolCalls()[0].find("-i " + v.path + " -type 2"));
+  ASSERT_EQ(0, m_player->getThumbnailAndTitle(item, thumbnail, shown));
+  EXPECT_EQ("byid", shown);
+  EXPECT_EQ("http://127.0.0.1:8200/Thumbnails/" + v.dbID + ".jpg", thumbnail);
 }
 
 TEST_F(ChromecastMedia, MissingItemFailsThePreparation) {

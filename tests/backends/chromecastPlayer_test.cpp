@@ -156,6 +156,20 @@ TEST_F(ChromecastPlayer, SeekScrubsOrRestartsTheBurntInStream) {
   EXPECT_EQ(1, m_player->getSubtitleTrack());
 }
 
+TEST_F(ChromecastPlayer, SeekKeepsAConvertedSubtitleAndItsOriginal) {
+  start({lay("conv.mkv", MEDIA_VIDEO, "00:10:00")}, MEDIA_VIDEO);
+  ASSERT_TRUE(devicePlays("/MediaItems/"));
+  ASSERT_EQ(0, m_player->setAudioAndSubtitle("00:00:00", 0, -1, "/tmp/conv.srt", nullptr, nullptr, nullptr, nullptr,
+                                             "/share/Public/orig.ass", 0));
+  ASSERT_TRUE(devicePlays(",externalSubtitle=%2Ftmp%2Fconv.srt"));
+  EXPECT_EQ(-1, m_player->seek("00:02:00"));
+  EXPECT_EQ(3u, scriptCalls("play").size());
+  EXPECT_NE(std::string::npos, scriptCalls("play").back().find(",externalSubtitle=%2Ftmp%2Fconv.srt"));
+  std::string external;
+  m_player->getExternalSubtitle(external);
+  EXPECT_EQ("/share/Public/orig.ass", external);
+}
+
 TEST_F(ChromecastPlayer, AudioAndSubtitleChangeRestartsWithTheTracksAndEndsTheOldJob) {
   setDefaultSubtitle(true);
   MediaServer server("/never");
