@@ -239,6 +239,35 @@ TEST_F(ChromecastPlayer, DeviceLostMidTrackIsGivenUpAfterAMinuteOfZeroPolls) {
   m_device.set("fail", "");
 }
 
+TEST_F(ChromecastPlayer, RefusedPlayOrderIsGivenUpByThePositionPoll) {
+  m_player = makePlayer(playlistOf({lay("refusedplay.mkv", MEDIA_VIDEO, "00:10:00")}, MEDIA_VIDEO));
+  m_device.set("fail", "1");
+  const unsigned parks = m_player->parks();
+  ASSERT_EQ(0, m_player->play());
+  ASSERT_TRUE(waitFor([&] { return scriptCalls("status").size() > 10; }));
+  EXPECT_EQ(STATE_PLAY_E, m_player->getPlayerState()) << "a failed start counts as playing";
+  ASSERT_TRUE(waitFor([&] { return m_player->parks() > parks && m_player->isParked(); }));
+  EXPECT_EQ(STATE_STOP_E, m_player->getPlayerState());
+  EXPECT_EQ(kZeroPositionPollLimit + 1, static_cast<int>(scriptCalls("status").size()));
+  EXPECT_EQ(1u, scriptCalls("play").size());
+  m_device.set("fail", "");
+}
+
+TEST_F(ChromecastPlayer, RepeatedQueueWhoseItemsAllFailStops) {
+  m_player = makePlayer(playlistOf({lay("gone0.mkv", MEDIA_VIDEO, "00:01:00", "h264", "aac", false),
+                                    lay("gone1.mkv", MEDIA_VIDEO, "00:01:00", "h264", "aac", false)},
+                                   MEDIA_VIDEO));
+  m_player->setPlayMode(REPEAT);
+  const unsigned parks = m_player->parks();
+  ASSERT_EQ(0, m_player->play());
+  ASSERT_TRUE(waitFor([&] { return m_player->parks() > parks && m_player->isParked(); }));
+  EXPECT_EQ(STATE_STOP_E, m_player->getPlayerState());
+  EXPECT_TRUE(scriptCalls("play").empty());
+  size_t asked = 0;
+  for (const std::string& line : root().calls()) asked += line.find("brelctl -c getContentUrl ") != std::string::npos;
+  EXPECT_EQ(2u, asked) << "each item once";
+}
+
 TEST_F(ChromecastPlayer, SilentStopsSendNothingToTheDevice) {
   const Item longOne = lay("silent.mkv", MEDIA_VIDEO), shortOne = lay("silent2.mkv", MEDIA_VIDEO, "00:00:03");
   start({longOne, shortOne}, MEDIA_VIDEO);
