@@ -24,6 +24,10 @@ done <"$here/standins.txt"
 # it sees the ports the real daemons listen on; awk and grep are the real ones.
 mkdir -p "$root/proc/net" "$root/bin"
 ln -sf /proc/net/tcp "$root/proc/net/tcp"
+# The caption test asks a loopback media server over real HTTP.
+if real=$(command -v curl); then
+  [ -e "$root/sbin/curl" ] || { mkdir -p "$root/sbin"; ln -s "$real" "$root/sbin/curl"; }
+fi
 for t in awk grep; do
   real=$(command -v "$t")
   [ -e "$root/bin/$t" ] || ln -s "$real" "$root/bin/$t"

@@ -10,6 +10,14 @@
 // test sets it: every action answers status 1). While PLAYING the position
 // follows the wall clock and ends at the duration, where the state becomes
 // STOPPED.
+//
+// A play of a media server URL (http://HOST:PORT/WORD/DBID.ext...; WORD is
+// MediaItems, Transcode, CHROMECAST, ...) takes the duration of that item
+// from the media library ROOT/sim/media.tsv (the agent stand-in's file:
+// dbID in the second column, hh:mm:ss in the fifth), as a device learns it
+// from the stream; other URLs keep the duration the state holds.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 
@@ -17,6 +25,7 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "common/standin.h"
 
@@ -65,6 +74,45 @@ double position(State& s) {
   return pos;
 }
 
+// The library's duration of the item that a media server URL names, in
+// seconds; -1 when the URL names none.
+long mediaDuration(const std::string& root, const std::string& url) {
+  size_t at = url.find("://");
+  if (at == std::string::npos) return -1;
+  at = url.find('/', at + 3);                   // the path
+  if (at == std::string::npos) return -1;
+  at = url.find('/', at + 1);                   // behind the delivery word
+  if (at == std::string::npos) return -1;
+  const size_t end = url.find_first_of(".?,/", at + 1);
+  const std::string dbID = url.substr(at + 1, end == std::string::npos ? std::string::npos : end - at - 1);
+  const std::string lib = sim::read_file(root + "/sim/media.tsv");
+  size_t start = 0;
+  while (start < lib.size()) {
+    size_t stop = lib.find('\n', start);
+    if (stop == std::string::npos) stop = lib.size();
+    std::vector<std::string> f;
+    size_t from = start;
+    while (from <= stop) {
+      size_t tab = lib.find('\t', from);
+      if (tab == std::string::npos || tab > stop) tab = stop;
+      f.push_back(lib.substr(from, tab - from));
+      from = tab + 1;
+    }
+    start = stop + 1;
+    if (f.size() < 5 || f[0].empty() || f[0][0] == '#' || f[1] != dbID) continue;
+    long total = 0;
+    size_t p = 0;
+    while (p <= f[4].size()) {
+      size_t colon = f[4].find(':', p);
+      if (colon == std::string::npos) colon = f[4].size();
+      total = total * 60 + atol(f[4].substr(p, colon - p).c_str());
+      p = colon + 1;
+    }
+    return total;
+  }
+  return -1;
+}
+
 void setPos(State& s, double pos) {
   char buf[64];
   snprintf(buf, sizeof buf, "%.3f", pos);
@@ -94,6 +142,10 @@ int main(int argc, char** argv) {
   mkdir((root + "/sim").c_str(), 0755);
   mkdir(dir.c_str(), 0755);
   const std::string file = dir + "/" + name + ".state";
+  // One call at a time per device: a status read beside a scrub must not
+  // write the old position back. The lock ends with the process.
+  const int lock = open((file + ".lock").c_str(), O_CREAT | O_RDWR, 0644);
+  if (lock >= 0) flock(lock, LOCK_EX);
   State s = load(file);
   if (s["duration"].empty()) s["duration"] = "60";
   if (!s["fail"].empty()) {
@@ -104,6 +156,8 @@ int main(int argc, char** argv) {
   std::string extra;
   if (action == "play") {
     s["url"] = opt["u"];
+    const long known = mediaDuration(root, opt["u"]);
+    if (known > 0) s["duration"] = std::to_string(known);
     s["title"] = opt["t"];
     s["thumb"] = opt["i"];
     s["state"] = "PLAYING";

@@ -3,6 +3,7 @@
 #include "backends/airplayPlayer.h"
 #include "backends/alsaCommands.h"
 #include "backends/alsaPlayer.h"
+#include "backends/chromecastPlayer.h"
 #include "backends/dlnaPlayer.h"
 #include "foundation/log.h"
 #include "foundation/shellRunner.h"
@@ -43,6 +44,18 @@ CPlayer* make_alsa(const renderCacheInfo_s& info, const std::string& renderID, c
                          appType.empty() ? nullptr : appType.c_str(), info.ip.c_str());
 }
 
+// The device script finds a Chromecast by its render id, which stands in
+// single quotes on each of its lines.
+CPlayer* make_chromecast(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                         const std::string& appType, int&) {
+  if (!vessord::can_stand_in_single_quotes(renderID)) {
+    VLOG(LOG_COLOR_FAIL, "refused render id %s\n", renderID.c_str());
+    return nullptr;
+  }
+  return new CChromecast(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
+                         appType.empty() ? nullptr : appType.c_str(), info.ip.c_str(), 8009);
+}
+
 }  // namespace
 
 // One row per back-end, first match wins, in this order: DLNA, AirPlay,
@@ -52,6 +65,7 @@ const std::vector<playerClass_s>& default_player_classes() {
   static const std::vector<playerClass_s> rows = {
       {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
       {PLAYER_TYPE_AIRPLAY, "AirPlay", &make_airplay},
+      {PLAYER_TYPE_CHROMECAST, "Chromecast", &make_chromecast},
       {PLAYER_TYPE_ALSA, "ALSA", &make_alsa},
   };
   return rows;
