@@ -3,6 +3,7 @@
 #include "backends/alsaCommands.h"
 #include "backends/alsaPlayer.h"
 #include "backends/dlnaPlayer.h"
+#include "backends/raopPlayer.h"
 #include "foundation/log.h"
 #include "foundation/shellRunner.h"
 #include "manager/playerManager.h"
@@ -33,6 +34,12 @@ CPlayer* make_alsa(const renderCacheInfo_s& info, const std::string& renderID, c
                          appType.empty() ? nullptr : appType.c_str(), info.ip.c_str());
 }
 
+CPlayer* make_raop(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                  const std::string& appType, int&) {
+  return new CRaopPlayer(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
+                         appType.empty() ? nullptr : appType.c_str(), info.encrypted, info.ip.c_str(), info.port);
+}
+
 }  // namespace
 
 // One row per back-end, first match wins, in this order: DLNA, AirPlay,
@@ -41,6 +48,7 @@ CPlayer* make_alsa(const renderCacheInfo_s& info, const std::string& renderID, c
 const std::vector<playerClass_s>& default_player_classes() {
   static const std::vector<playerClass_s> rows = {
       {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
+      {PLAYER_TYPE_RAOP, "RAOP", &make_raop},
       {PLAYER_TYPE_ALSA, "ALSA", &make_alsa},
   };
   return rows;
