@@ -194,6 +194,7 @@ int CRaopPlayer::connectRaopRender_() {
   if (!m_bEncrypted) args.emplace_back("-e");
   args.push_back(m_renderIp);
   std::vector<char*> argv;
+  argv.reserve(args.size() + 1);
   for (std::string& a : args) argv.push_back(&a[0]);
   argv.push_back(nullptr);
 

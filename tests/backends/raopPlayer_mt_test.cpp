@@ -13,6 +13,7 @@ TEST(RaopPlayerThreads, ProbesAtOnceReadTheirOwnReports) {
   const Strings paths = layMedia({"00:01:11", "00:02:22"});
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(2);
   for (size_t t = 0; t < 2; ++t) {
     threads.emplace_back([&, t] {
       const std::string expected = t == 0 ? "00:01:11" : "00:02:22";
@@ -38,6 +39,7 @@ TEST(RaopPlayerThreads, CommandsRacingTheLoopLeaveNoChild) {
   ASSERT_EQ(0, p->play());
   std::vector<int> pids{p->childPid()};
   std::vector<std::thread> threads;
+  threads.reserve(3);
   for (int t = 0; t < 3; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 8; ++i) {

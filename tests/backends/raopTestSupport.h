@@ -58,7 +58,8 @@ inline Strings layMedia(const std::vector<std::string>& durations, const Strings
     const std::string name = i < names.size() ? names[i] : "track " + std::to_string(i) + ".mp3";
     const std::string path = "/share/Public/raop/" + playertest::testTitle() + "/" + name;
     sharedRoot().write(path, "ID3");
-    tsv += playertest::testTitle() + "#" + std::to_string(i) + "\t0\t0\t" + path + "\t" + durations[i] + "\n";
+    tsv.append(playertest::testTitle()).append("#").append(std::to_string(i)).append("\t0\t0\t").append(path);
+    tsv.append("\t").append(durations[i]).append("\n");
     paths.push_back(path);
   }
   sharedRoot().write("/sim/media.tsv", tsv);

@@ -70,7 +70,8 @@ class RaopPlayback : public ::testing::Test {
     for (const auto& item : items) {
       const std::string path = "/share/Public/raop/" + item.second;
       root.write(path, "ID3");
-      tsv += item.first + "\t9" + item.first + "\t0\t" + path + "\t" + duration + "\n";
+      tsv.append(item.first).append("\t9").append(item.first).append("\t0\t").append(path);
+      tsv.append("\t").append(duration).append("\n");
     }
     root.write("/sim/media.tsv", tsv);
     ASSERT_EQ("0", status("CreatePlaylist", {{"playlist", title}, {"playlistType", "audio"}, {"appType", "music"},
