@@ -241,7 +241,7 @@ TEST_F(RaopPlayback, AChildThatNeverMakesItsSocketFailsPlay) {
   root.write("/sim/raop_play/no-socket", "");
   ASSERT_EQ("0", status("ListAirplayRender"));
   ASSERT_EQ("0", status("SetPlaylist", {{"dev", "AABBCCDDEE01"}, {"playlist", "Silent"}, {"appType", "music"}}));
-  EXPECT_NE("0", status("Play", {{"dev", "AABBCCDDEE01"}}));
+  EXPECT_EQ("-1", status("Play", {{"dev", "AABBCCDDEE01"}}));
   ASSERT_EQ(1u, childCalls().size());
   EXPECT_TRUE(daemon.waitForLog("connect() ... err")) << daemon.log();
   // The child wrote its file, named by its pid; the child is gone now.
@@ -257,7 +257,7 @@ TEST_F(RaopPlayback, AChildThatNeverMakesItsSocketFailsPlay) {
   ASSERT_EQ(1u, pids.size());
   EXPECT_FALSE(proc_exists(pids[0])) << "signal 15, and reaped";
   EXPECT_TRUE(datagrams().empty());
-  EXPECT_NE("0", status("Play", {{"dev", "AABBCCDDEE01"}})) << "the player is finished";
+  EXPECT_EQ("-1", status("Play", {{"dev", "AABBCCDDEE01"}})) << "the player is finished";
   EXPECT_EQ(1u, childCalls().size());
 }
 
