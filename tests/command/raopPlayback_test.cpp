@@ -174,24 +174,24 @@ TEST_F(RaopPlayback, PlaysThroughTheChildFromTrackToTrack) {
   EXPECT_EQ(pid, waitDatagram("state"));
 
   EXPECT_EQ("0", status("SetVolume", {{"dev", "AABBCCDDEE01"}, {"vol", "40"}}));
-  EXPECT_EQ(pid, waitDatagram("volume 40", 1, 1));
+  EXPECT_EQ(pid, waitDatagram("volume 40", 1, 10));
   EXPECT_EQ("40", node(daemon.command("GetVolume", {{"dev", "AABBCCDDEE01"}}), "volume"));
   EXPECT_EQ("0", status("Seek", {{"dev", "AABBCCDDEE01"}, {"position", "00:00:02"}}));
-  EXPECT_EQ(pid, waitDatagram("seek 2", 1, 1));
+  EXPECT_EQ(pid, waitDatagram("seek 2", 1, 10));
 
   ASSERT_EQ("0", status("Pause", {{"dev", "AABBCCDDEE01"}}));
-  EXPECT_EQ(pid, waitDatagram("pause", 1, 1));
+  EXPECT_EQ(pid, waitDatagram("pause", 1, 10));
   EXPECT_EQ("PAUSE", node(poll("AABBCCDDEE01"), "playerState"));
   std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // the loop parks at its next pass
   const std::string pausedAt = node(poll("AABBCCDDEE01"), "currTime");
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   EXPECT_EQ(pausedAt, node(poll("AABBCCDDEE01"), "currTime")) << "the clock stands while paused";
   ASSERT_EQ("0", status("Play", {{"dev", "AABBCCDDEE01"}}));
-  EXPECT_EQ(pid, waitDatagram("play", 1, 1));
+  EXPECT_EQ(pid, waitDatagram("play", 1, 10));
   EXPECT_EQ("PLAY", node(poll("AABBCCDDEE01"), "playerState"));
 
   ASSERT_EQ("0", status("Stop", {{"dev", "AABBCCDDEE01"}}));
-  EXPECT_EQ(pid, waitDatagram("quit", 1, 1));
+  EXPECT_EQ(pid, waitDatagram("quit", 1, 10));
   EXPECT_FALSE(proc_exists(pid)) << "the child is reaped by the time Stop answers";
   EXPECT_FALSE(root.exists("/tmp/.raop_play." + std::to_string(pid)));
   EXPECT_EQ(1u, childCalls().size());
