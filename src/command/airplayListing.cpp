@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "command/raopListing.h"
 #include "command/renderListing.h"
 #include "command/renderMerge.h"
 #include "devices/avahiDevices.h"
@@ -52,6 +53,7 @@ int list_airplay_render(CPlayerManager* manager, XMLNode& reply) {
                                 port ? itoa(port) : kDefaultPort, "", "");
     }
   }
+  list_raop_render(manager, reply);  // the speakers, after the AirPlay devices
   ParamXmlWrapper::add_media_dash_attr(reply);
   return 0;
 }

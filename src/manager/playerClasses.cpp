@@ -5,6 +5,7 @@
 #include "backends/alsaPlayer.h"
 #include "backends/chromecastPlayer.h"
 #include "backends/dlnaPlayer.h"
+#include "backends/raopPlayer.h"
 #include "foundation/log.h"
 #include "foundation/shellRunner.h"
 #include "manager/playerManager.h"
@@ -56,6 +57,12 @@ CPlayer* make_chromecast(const renderCacheInfo_s& info, const std::string& rende
                          appType.empty() ? nullptr : appType.c_str(), info.ip.c_str(), 8009);
 }
 
+CPlayer* make_raop(const renderCacheInfo_s& info, const std::string& renderID, const std::string& title,
+                  const std::string& appType, int&) {
+  return new CRaopPlayer(info.type, renderID.c_str(), info.deviceName.c_str(), title.empty() ? nullptr : title.c_str(),
+                         appType.empty() ? nullptr : appType.c_str(), info.encrypted, info.ip.c_str(), info.port);
+}
+
 }  // namespace
 
 // One row per back-end, first match wins, in this order: DLNA, AirPlay,
@@ -65,6 +72,7 @@ const std::vector<playerClass_s>& default_player_classes() {
   static const std::vector<playerClass_s> rows = {
       {PLAYER_TYPE_DLNA, "DLNA", &make_dlna},
       {PLAYER_TYPE_AIRPLAY, "AirPlay", &make_airplay},
+      {PLAYER_TYPE_RAOP, "RAOP", &make_raop},
       {PLAYER_TYPE_CHROMECAST, "Chromecast", &make_chromecast},
       {PLAYER_TYPE_ALSA, "ALSA", &make_alsa},
   };
