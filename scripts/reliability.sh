@@ -19,6 +19,8 @@ tmp=$(mktemp)
   echo
   "$build/bench/flood_check"
   echo
+  "$build/bench/crash_check"
+  echo
   cat "$top/docs/reliability-notes.md"
 } >"$tmp"
 mv "$tmp" "$out"
