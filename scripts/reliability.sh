@@ -38,6 +38,8 @@ tmp=$(mktemp)
   echo
   "$build/bench/crash_check"
   echo
+  "$build/bench/injection_check"
+  echo
   echo "## Fuzzing"
   echo
   echo "Each libFuzzer target (AddressSanitizer and UndefinedBehaviorSanitizer) for ${FUZZ_SECONDS:-300} s."

@@ -1,0 +1,203 @@
+// Hostile text everywhere a client's text goes: every command that takes
+// text, each of its text parameters, with some 300 payloads (both quotes,
+// $(...), backticks, ; | &&, newlines, %n, '\'', NUL, long and non-UTF-8
+// texts, SQL breaking out of its quotes). Checked: no canary file is ever
+// made, the stand-ins are only ever called by their own names, the store's
+// schema is unchanged, and a title or content is either stored exactly as
+// sent or refused with a failure status. Prints one Markdown section.
+#include <signal.h>
+#include <sqlite3.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "../benchDaemon.h"
+#include "vessorClient.h"
+
+namespace {
+
+std::string g_root, g_sock;
+
+std::vector<std::string> payloads(const std::string& canary) {
+  const std::string touch = "touch " + canary;
+  const std::vector<std::string> base = {
+      "'; " + touch + "; '", "\"; " + touch + "; \"", "$(" + touch + ")", "`" + touch + "`", "; " + touch,
+      "| " + touch,          "&& " + touch,          "\n" + touch,       "'\\''; " + touch + "; '\\''",
+      "${IFS}" + touch,      "%n%n%n%s%s%s",         "' OR '1'='1",      "'; DROP TABLE playlist; --",
+      "\"; DROP TABLE playlist; --", "x' UNION SELECT sql FROM sqlite_master --", "-rf /",
+      "--help",              "~root/.ssh",           "../../etc/passwd", "*",
+      "a\\",                 "\\$(" + touch + ")",   "<root><x/></root>", "&amp;&lt;",
+      "caf\xc3\xa9 \xe9\x9b\xbb",  "\xff\xfe\xc0\x80",    std::string(3000, 'A'), std::string("nul\0" + touch, 4 + touch.size()),
+  };
+  std::vector<std::string> out;
+  // Each payload alone, after a harmless prefix, and inside a harmless name.
+  for (const std::string& b : base) {
+    out.push_back(b);
+    out.push_back("name" + b);
+    out.push_back("/share/Public/" + b + ".mp3");
+    out.push_back(b + " " + b);
+    out.push_back("x" + b + "y" + b);
+    out.push_back("'" + b + "'");
+    out.push_back("\"" + b + "\"");
+    out.push_back(b + "\t" + b);
+    out.push_back("-" + b);
+    out.push_back(b.substr(0, b.size() / 2));
+    out.push_back(b + "#");
+  }
+  return out;
+}
+
+int status_of(const std::string& reply) {
+  std::string s;
+  return vessorclient::reply_node_text(reply, "status", s) ? std::atoi(s.c_str()) : -9999;
+}
+
+std::string send(const std::string& name, const vessorclient::paramList_t& params) {
+  std::string reply;
+  vessorclient::request(g_sock, vessorclient::build_packet(name, params), reply);
+  return reply;
+}
+
+std::string schema_of(const std::string& db) {
+  std::string out;
+  sqlite3* h = nullptr;
+  if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_exec(
+        h, "SELECT sql FROM sqlite_master ORDER BY name",
+        [](void* o, int n, char** v, char**) {
+          for (int i = 0; i < n; ++i) *static_cast<std::string*>(o) += std::string(v[i] ? v[i] : "") + "\n";
+          return 0;
+        },
+        &out, nullptr);
+  }
+  sqlite3_close(h);
+  return out;
+}
+
+std::string find_db() {
+  std::string out;
+  if (FILE* p = ::popen(("find '" + g_root + "' -name playlist.db").c_str(), "r")) {
+    char buf[1024];
+    if (std::fgets(buf, sizeof buf, p)) out = buf;
+    ::pclose(p);
+  }
+  while (!out.empty() && out.back() == '\n') out.pop_back();
+  return out;
+}
+
+}  // namespace
+
+int main() {
+  signal(SIGPIPE, SIG_IGN);
+  g_root = benchdaemon::make_root();
+  if (g_root.empty()) return 1;
+  g_sock = benchdaemon::socket_of(g_root);
+  const pid_t pid = benchdaemon::spawn_daemon(g_root);
+  if (pid < 0) return 1;
+  const std::string canary = g_root + "/tmp/pwned";
+  const std::vector<std::string> hostile = payloads(canary);
+  send("CreatePlaylist", {{"playlist", "P"}, {"playlistType", "audio"}, {"appType", "music"}, {"owner", "admin"}});
+  send("AddContent", {{"playlist", "P"}, {"appType", "music"}, {"contentType", "file"}, {"mediaType", "audio"},
+                      {"content", "/share/Public/a.mp3"}});
+  const std::string db = find_db();
+  const std::string schema = schema_of(db);
+
+  // Every command that takes text, with its text parameters; the others
+  // get harmless values.
+  struct target_s {
+    const char* command;
+    std::vector<std::string> params;
+  };
+  const std::vector<target_s> targets = {
+      {"CreatePlaylist", {"playlist", "appType", "owner", "tag", "playlistType"}},
+      {"AddContent", {"playlist", "appType", "content", "contentType", "mediaType"}},
+      {"SizeOfPlaylist", {"appType"}},
+      {"ListPlaylist", {"appType", "owner"}},
+      {"SizeOfListContent", {"playlist", "appType"}},
+      {"ListContentOfPlaylist", {"playlist", "appType"}},
+      {"DelContent", {"playlist", "appType", "uuid"}},
+      {"ReOrderContent", {"playlist", "appType"}},
+      {"DupPlaylist", {"playlist_src", "playlist_dest", "appType"}},
+      {"DelPlaylist", {"playlist", "appType"}},
+      {"BatchAddPlaylist", {"filePath"}},
+      {"BatchDelPlaylist", {"filePath"}},
+      {"GetUpnpObjectID", {"filePath"}},
+      {"ListRender", {"renderType"}},
+      {"SetPlaylist", {"dev", "playlist", "appType"}},
+      {"Play", {"dev"}},
+      {"Seek", {"dev", "position"}},
+      {"SetTrackByContent", {"dev", "content"}},
+      {"GetPlayerStatus", {"dev"}},
+      {"SetAttributes", {"dev", "attr"}},
+      {"SetAudioAndSubtitle", {"dev", "position", "externalSubtitle", "sseek", "ssize", "scolor", "sencoding",
+                               "realSubtitlePath"}},
+      {"SetPlayMode", {"dev", "playMode"}},
+  };
+  const vessorclient::paramList_t defaults = {
+      {"playlist", "P"},       {"appType", "music"}, {"owner", "admin"},       {"tag", "t"},
+      {"playlistType", "audio"}, {"contentType", "file"}, {"mediaType", "audio"}, {"content", "/share/Public/a.mp3"},
+      {"uuid", "1"},           {"origOrder", "0"},   {"newOrder", "0"},        {"playlist_src", "P"},
+      {"playlist_dest", "Q"},  {"dev", "ANALOG_card0"}, {"position", "00:00:01"}, {"attr", "SAMPLERATE=44100"},
+      {"playMode", "NORMAL"},  {"sid", "0"},
+  };
+  int requests = 0, refused = 0, stored = 0, altered = 0, deaths = 0;
+  for (const target_s& t : targets) {
+    for (const std::string& param : t.params) {
+      for (const std::string& value : hostile) {
+        vessorclient::paramList_t params;
+        for (const auto& d : defaults) params.push_back(d.first == param ? std::make_pair(d.first, value) : d);
+        bool has = false;
+        for (const auto& p : params) has = has || p.first == param;
+        if (!has) params.push_back({param, value});
+        if (std::string(t.command) == "GetUpnpObjectID" && value.empty()) continue;  // ends the daemon by contract
+        const std::string reply = send(t.command, params);
+        ++requests;
+        if (reply.empty()) ++deaths;
+        const int st = status_of(reply);
+        // A stored title must read back exactly.
+        if (std::string(t.command) == "CreatePlaylist" && param == "playlist") {
+          if (st != 0) {
+            ++refused;
+          } else {
+            const std::string size = send("SizeOfListContent", {{"playlist", value}, {"appType", "music"}});
+            status_of(size) == 0 ? ++stored : ++altered;
+            send("DelPlaylist", {{"playlist", value}, {"appType", "music"}});
+          }
+        }
+      }
+    }
+  }
+  const bool canaryMade = std::system(("test -e '" + canary + "'").c_str()) == 0;
+  const bool schemaSame = schema_of(db) == schema;
+  // The stand-ins log their own name first on each line.
+  std::set<std::string> tools;
+  if (FILE* f = std::fopen((g_root + "/sim/calls.log").c_str(), "r")) {
+    char line[8192];
+    while (std::fgets(line, sizeof line, f)) {
+      std::string l = line;
+      tools.insert(l.substr(0, l.find(' ')));
+    }
+    std::fclose(f);
+  }
+  std::string foreign;
+  for (const std::string& tool : tools)
+    if (tool.find(g_root) != 0 && tool.find('/') == 0) foreign += " " + tool;
+  benchdaemon::stop_daemon(pid);
+  std::system(("rm -rf '" + g_root + "'").c_str());
+
+  std::printf("## Hostile text in every parameter\n\n");
+  std::printf("%zu payloads in each text parameter of %zu commands: %d requests.\n\n", hostile.size(), targets.size(),
+              requests);
+  std::printf("| Check | Result |\n| --- | --- |\n");
+  std::printf("| canary file made by any payload | %s |\n", canaryMade ? "YES" : "never");
+  std::printf("| store schema | %s |\n", schemaSame ? "unchanged" : "CHANGED");
+  std::printf("| tools called | %zu stand-ins, by their own names%s |\n", tools.size(),
+              foreign.empty() ? "" : (", and:" + foreign).c_str());
+  std::printf("| hostile titles (CreatePlaylist) | %d stored exactly, %d refused with a failure status, %d altered |\n",
+              stored, refused, altered);
+  std::printf("| requests without a reply | %d |\n", deaths);
+  return !canaryMade && schemaSame && altered == 0 && foreign.empty() ? 0 : 1;
+}
