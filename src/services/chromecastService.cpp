@@ -364,8 +364,8 @@ int ChromecastService::setContentUrl(Response& response, std::string message) {
   return 0;
 }
 
-int ChromecastService::setContentUrl(Response& response, std::string url, std::string title,
-                                     std::string imageUrl, std::string subtitle) {
+int ChromecastService::setContentUrl(Response& response, const std::string& url, const std::string& title,
+                                     const std::string& imageUrl, const std::string& subtitle) {
   ThreadSingleLock lock(mLock);
   std::string message;
   genMedia(message, url, title, imageUrl, subtitle);

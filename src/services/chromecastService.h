@@ -47,8 +47,8 @@ class ChromecastService : public Service {
   int stop(Response& response) override;
   int seek(Response& response, float seconds) override;
   int getPosInfo(Response& response) override;
-  virtual int setContentUrl(Response& response, std::string url, std::string title, std::string imageUrl,
-                            std::string subtitle);
+  virtual int setContentUrl(Response& response, const std::string& url, const std::string& title,
+                            const std::string& imageUrl, const std::string& subtitle);
   virtual int getVolume(Response& response);
   virtual int setVolume(Response& response, float volume);
   virtual int getMute(Response& response);
