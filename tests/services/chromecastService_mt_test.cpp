@@ -36,6 +36,7 @@ TEST(CastServiceThreads, EachCommandGetsItsOwnAnswer) {
   constexpr int kRounds = 20;
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < kRounds; ++i) {
@@ -80,6 +81,7 @@ TEST(CastServiceThreads, CloseFromAnotherThreadFallsBetweenExchanges) {
   std::atomic<int> refused{0};
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(3);
   for (int t = 0; t < 3; ++t) {
     threads.emplace_back([&] {
       while (!stop.load()) {
