@@ -3,7 +3,11 @@
 // another thread ends the session between two exchanges, never inside one.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <signal.h>
+
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <sstream>
 #include <string>
@@ -66,6 +70,37 @@ TEST(CastServiceThreads, EachCommandGetsItsOwnAnswer) {
                 seen["{ \"cmd\":\"STATUS\" }\r"],
             kThreads * kRounds);
   EXPECT_EQ(seen.size(), 8U);  // the four of the set-up, the launch and the three above
+}
+
+TEST(CastServiceThreads, SignalsDuringTheWaitDoNotCutItShort) {
+  testsupport::TestRoot root;
+  ChromecastService svc("render-cc", kIp, 8009, "Living room");
+  svc.setTiming(normal_timing());
+  Response r;
+  ASSERT_EQ(svc.setContentUrl(r, kUrl, "", "", ""), 0);
+  fault(root, "STATUS late 400\n");
+
+  struct sigaction act {};
+  struct sigaction old {};
+  act.sa_handler = [](int) {};
+  sigemptyset(&act.sa_mask);
+  ASSERT_EQ(sigaction(SIGUSR2, &act, &old), 0);
+  const pthread_t waiter = pthread_self();
+  std::atomic<bool> done{false};
+  std::thread poker([&] {
+    while (!done.load()) {
+      pthread_kill(waiter, SIGUSR2);
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  });
+  Response a = marked();
+  const int rc = svc.getPosInfo(a);
+  done = true;
+  poker.join();
+  sigaction(SIGUSR2, &old, nullptr);
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(a.m_response, 0);
+  EXPECT_EQ(a.m_state, "PLAYING");
 }
 
 TEST(CastServiceThreads, CloseFromAnotherThreadFallsBetweenExchanges) {

@@ -320,6 +320,21 @@ TEST_F(CastService, DeadChildFailsByTimeOutAndIsReaped) {
   EXPECT_EQ(sessions(root).size(), 2U);
 }
 
+TEST_F(CastService, AChildThatStopsReadingFailsTheWriteInsteadOfBlockingIt) {
+  load();
+  fault(root, "STATUS late 1500\n");
+  svc->setTiming(short_timing());
+  Response r = marked();
+  EXPECT_EQ(svc->getPosInfo(r), 1);
+  // The child sleeps now and reads nothing; more than a pipe holds goes down.
+  char buffer[ChromecastService::kReplySize + 1] = {0};
+  EXPECT_EQ(svc->sendMessage(std::string(256 * 1024, 'x'), buffer, sizeof buffer, 0), 1);
+  const std::string text = buffer;
+  EXPECT_TRUE(text == "<?xml version=\"1.0\"?><status>1</status><error>Write error.</error>" ||
+              text.find(std::string("<error>") + std::strerror(EAGAIN)) != std::string::npos)
+      << text;
+}
+
 TEST_F(CastService, FailedLaunchRefusesEverythingButClose) {
   fault(root, "LAUNCH silent\n");
   svc->setTiming(short_timing());
