@@ -102,6 +102,7 @@ ChromecastService::~ChromecastService() {
 }
 
 int ChromecastService::init() {
+  ThreadSingleLock lock(mLock);
   VLOG(LOG_COLOR_STATE, "ChromecastService init");
   // What an earlier session left would leak otherwise.
   if (mChildPid > 0 || mOutPipe[READ] != -1 || mInPipe[READ] != -1) closeFd();
@@ -168,6 +169,7 @@ int ChromecastService::init() {
 }
 
 void ChromecastService::closeFd() {
+  ThreadSingleLock lock(mLock);
   auto closeOne = [](int& fd, const char* name) {
     if (fd == -1) return;
     if (::close(fd) != 0) VLOG(LOG_COLOR_FAIL, "Failed on close %s", name);
@@ -222,6 +224,7 @@ void ChromecastService::genStatusXml(char* buffer, size_t size, int status, cons
 
 int ChromecastService::sendMessage(const std::string& message, char* buffer, size_t size, int timeoutSeconds) {
   if (!buffer || size < 2) return 1;
+  ThreadSingleLock lock(mLock);
   if (!mInited) {
     genStatusXml(buffer, size, -1, "Sender not init");
     return 1;
@@ -284,6 +287,7 @@ int ChromecastService::sendMessage(const std::string& message, char* buffer, siz
 int ChromecastService::parseRetXml(const char* xml, Response& response) {
   XMLNode root = XMLNode::parseString(xml, "root");
   if (root.isEmpty()) return 1;
+  ThreadSingleLock lock(mLock);
   // An element without text counts as missing.
   const char* status = child_text(root, "status");
   if (!status) return 1;
@@ -335,6 +339,11 @@ void ChromecastService::genMedia(std::string& out, const std::string& url, const
   if (!imageUrl.empty()) out += ", \"imageUrl\":\"" + jsonEscape(imageUrl) + "\"";
   if (!subtitle.empty()) out += ", \"subtitle\":\"" + jsonEscape(subtitle) + "\"";
   out += "}\r\n";
+}
+
+void ChromecastService::setTiming(const chromecastTiming_s& timing) {
+  ThreadSingleLock lock(mLock);
+  mTiming = timing;
 }
 
 int ChromecastService::setContentUrl(Response& response, std::string message) {

@@ -23,6 +23,8 @@ struct chromecastTiming_s {
   int exitGraceMs = 2000;
 };
 
+// Every public operation holds the object's one recursive lock, so each
+// command and its answer stay one pair whatever threads call in.
 class ChromecastService : public Service {
  public:
   enum pipeEnd_e { READ = 0, WRITE = 1 };
@@ -76,7 +78,7 @@ class ChromecastService : public Service {
   // characters escaped, everything else as it stands.
   static std::string jsonEscape(const std::string& text);
 
-  void setTiming(const chromecastTiming_s& timing) { mTiming = timing; }
+  void setTiming(const chromecastTiming_s& timing);
   bool inited() const { return mInited != 0; }
   bool launched() const { return mLaunched != 0; }
   // The running child's process id, or -1.
