@@ -324,8 +324,10 @@ TEST_F(CastService, AChildThatStopsReadingFailsTheWriteInsteadOfBlockingIt) {
   load();
   fault(root, "STATUS late 1500\n");
   svc->setTiming(short_timing());
+  const size_t sent = input().size();
   Response r = marked();
   EXPECT_EQ(svc->getPosInfo(r), 1);
+  ASSERT_TRUE(wait_input(root, child(), sent + std::strlen("{ \"cmd\":\"STATUS\" }\r\n")));
   // The child sleeps now and reads nothing; more than a pipe holds goes down.
   char buffer[ChromecastService::kReplySize + 1] = {0};
   EXPECT_EQ(svc->sendMessage(std::string(256 * 1024, 'x'), buffer, sizeof buffer, 0), 1);
@@ -342,6 +344,7 @@ TEST_F(CastService, FailedLaunchRefusesEverythingButClose) {
   EXPECT_EQ(svc->setContentUrl(r, kUrl, "", "", ""), 1);
   EXPECT_TRUE(svc->inited());
   EXPECT_FALSE(svc->launched());
+  ASSERT_TRUE(wait_input(root, child(), std::strlen(kLaunch)));
   // The word in a title does not pass for the launch command.
   EXPECT_EQ(svc->setContentUrl(r, kUrl, "LAUNCH", "", ""), 1);
   EXPECT_EQ(svc->play(r), 1);

@@ -55,6 +55,16 @@ inline std::string input_of(const testsupport::TestRoot& root, pid_t pid) {
   return ss.str();
 }
 
+// Waits (10 s at most) until the sender of `pid` has received `bytes`
+// bytes: a child that is slow to start reads its first command late.
+inline bool wait_input(const testsupport::TestRoot& root, pid_t pid, size_t bytes) {
+  for (int i = 0; i < 1000; ++i) {
+    if (input_of(root, pid).size() >= bytes) return true;
+    ::usleep(10 * 1000);
+  }
+  return false;
+}
+
 inline void fault(const testsupport::TestRoot& root, const std::string& lines) {
   root.write(std::string("/sim/chromecast/") + kIp + ".fault", lines);
 }
