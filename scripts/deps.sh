@@ -5,6 +5,8 @@ pkgs="cmake ninja-build g++ clang clang-tidy libclang-rt-14-dev libsqlite3-dev l
       libcurl4-openssl-dev libcpp-httplib-dev procps mpd mpc"
 # systemd-analyze checks the service unit.
 pkgs="$pkgs systemd"
+# The Chromecast sender stand-in runs on node.
+pkgs="$pkgs nodejs"
 missing=""
 for p in $pkgs; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

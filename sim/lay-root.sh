@@ -18,7 +18,11 @@ fi
 while read -r bin dest; do
   case "$bin" in ''|'#'*) continue ;; esac
   mkdir -p "$root$(dirname "$dest")"
-  ln -sf "$bindir/$bin" "$root$dest"
+  case "$bin" in
+    # Scripts are copied, so that they find the root from their own place.
+    *.js) cp "$here/scripts/$bin" "$root$dest" ;;
+    *) ln -sf "$bindir/$bin" "$root$dest" ;;
+  esac
 done <"$here/standins.txt"
 # The port search of the private music daemons reads the real TCP table, so
 # it sees the ports the real daemons listen on; awk and grep are the real ones.
@@ -32,3 +36,8 @@ for t in awk grep; do
   real=$(command -v "$t")
   [ -e "$root/bin/$t" ] || ln -s "$real" "$root/bin/$t"
 done
+# The Chromecast sender script runs on the real node.
+if real=$(command -v node); then
+  mkdir -p "$root/usr/local/medialibrary/bin"
+  [ -e "$root/usr/local/medialibrary/bin/node" ] || ln -s "$real" "$root/usr/local/medialibrary/bin/node"
+fi
