@@ -43,9 +43,12 @@ void add_text_node(XMLNode& parent, const char* name, const std::string& text) {
 }
 
 void add_number_node(XMLNode& parent, const char* name, long value) {
-  // Nine bytes: at most eight digits go out.
+  // Nine bytes on the wire: at most eight characters go out, as the
+  // clients know it; the number is formatted whole first.
+  char whole[16];
+  std::snprintf(whole, sizeof whole, "%d", static_cast<int>(value));
   char text[9];
-  std::snprintf(text, sizeof text, "%d", static_cast<int>(value));
+  std::snprintf(text, sizeof text, "%.8s", whole);
   ParamXmlWrapper::add_child_node(parent, name, text);
 }
 

@@ -81,8 +81,9 @@ TEST(DlnaPlayerCommands, HostileRenderIdNeverReachesAShell) {
   // Only the line that takes the id bare runs, and sh reads the quotes in it
   // as quotes: the agent gets the text as one argument.
   for (const std::string& line : playertest::sharedRoot().calls())
-    if (line.find("brelctl") != std::string::npos)
+    if (line.find("brelctl") != std::string::npos) {
       EXPECT_EQ("/usr/bin/brelctl -c isXBMC --uuid 'x; touch /tmp/planted; echo '", line);
+    }
 }
 
 // The queue walk: each mode, with the natural change at a track's end.

@@ -187,7 +187,7 @@ TEST_F(PlaylistCommands, BatchAddPositionsAndFileLifecycle) {
   EXPECT_EQ((Strings{"F:0"}), contents("Fresh"));
   // Failures before the loop leave the file.
   EXPECT_EQ("-15", status("BatchAddPlaylist", {{"filePath", root().path("/tmp/absent.xml")}}));
-  for (const std::pair<const char*, const char*> bad : {std::make_pair("", "-16"),
+  for (const std::pair<const char*, const char*>& bad : {std::make_pair("", "-16"),
                                                         std::make_pair("<r><playlist>X</playlist><appType/></r>", "-12")}) {
     path = paramFile("bad.xml", bad.first);
     EXPECT_EQ(bad.second, status("BatchAddPlaylist", {{"filePath", path}}));

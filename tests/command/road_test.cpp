@@ -49,7 +49,8 @@ class Road : public ::testing::Test {
     for (const auto& t : tracks) {
       const std::string path = "/share/CACHEDEV1_DATA/Public/" + t.first;
       root().write(path, "data");
-      library += "r" + std::to_string(++n) + "\t9" + std::to_string(n) + "\t0\t" + path + "\t" + t.second + "\n";
+      ++n;
+      library += "r" + std::to_string(n) + "\t9" + std::to_string(n) + "\t0\t" + path + "\t" + t.second + "\n";
       contents.push_back(path);
     }
     root().write("/sim/media.tsv", library);
