@@ -13,15 +13,7 @@ using namespace airplaytest;
 
 namespace {
 
-int threadCount() {
-  int n = 0;
-  DIR* d = ::opendir("/proc/self/task");
-  if (!d) return -1;
-  while (dirent* e = ::readdir(d))
-    if (e->d_name[0] != '.') ++n;
-  ::closedir(d);
-  return n;
-}
+int threadCount() { return testsupport::thread_count(); }
 
 }  // namespace
 

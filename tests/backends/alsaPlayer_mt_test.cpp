@@ -16,15 +16,7 @@ using namespace alsatest;
 
 namespace {
 
-int threadCount() {
-  int n = 0;
-  DIR* d = ::opendir("/proc/self/task");
-  if (!d) return -1;
-  while (dirent* e = ::readdir(d))
-    if (e->d_name[0] != '.') ++n;
-  ::closedir(d);
-  return n;
-}
+int threadCount() { return testsupport::thread_count(); }
 
 pid_t daemonOf(const CAlsaPlayer& p) {
   std::ifstream in(sharedRoot().path("/sim/mpd/" + std::to_string(p.port()) + "/pid"));

@@ -30,19 +30,11 @@ class AlsaPlayback : public ::testing::Test {
     return node(daemon.command(command, p), "status");
   }
   std::string poll() { return daemon.command("GetPlayerStatus", {{"dev", kDev}}); }
-  std::string until(const std::function<bool(const std::string&)>& done, int seconds = 30) {
-    std::string reply;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    do {
-      reply = poll();
-      if (done(reply)) return reply;
-      std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    } while (std::chrono::steady_clock::now() < end);
-    ADD_FAILURE() << "status never reached the expected state:\n" << reply;
-    return reply;
+  std::string until(const testsupport::replyTest_t& done, int seconds = 30) {
+    return testsupport::poll_status_until(daemon, kDev, done, seconds, 200);
   }
-  static std::function<bool(const std::string&)> is(const char* path, const std::string& value) {
-    return [path, value](const std::string& r) { return node(r, path) == value; };
+  static testsupport::replyTest_t is(const char* path, const std::string& value) {
+    return testsupport::status_is(path, value);
   }
 
   DaemonProcess daemon{root().dir()};

@@ -1,6 +1,5 @@
 // Many clients at once: each connection has its own thread, and clients
 // that hold their connection open do not stop the others.
-#include <dirent.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -42,18 +41,7 @@ TEST(DaemonConcurrency, ParallelClientsAreServedBesideIdleOnes) {
   EXPECT_EQ("ECHO", testsupport::node(reply, "status")) << "the idle are still served once they speak";
 }
 
-namespace {
-
-int entries(const std::string& dir) {
-  int n = 0;
-  if (DIR* d = ::opendir(dir.c_str())) {
-    while (dirent* e = ::readdir(d)) n += e->d_name[0] != '.';
-    ::closedir(d);
-  }
-  return n;
-}
-
-}  // namespace
+using testsupport::dir_entries;
 
 // Silent clients are let go after the idle limit: their threads and
 // descriptors come back, a client that speaks within the limit is served,
@@ -67,7 +55,7 @@ TEST(DaemonConcurrency, SilentClientsAreLetGoAfterTheIdleLimit) {
   std::string reply;
   vessorclient::request(daemon.socketPath(), vessorclient::build_packet("echo", {}), reply);
   ASSERT_EQ("ECHO", testsupport::node(reply, "status"));
-  const int threads = entries(task), descriptors = entries(fds);
+  const int threads = dir_entries(task), descriptors = dir_entries(fds);
 
   std::vector<std::unique_ptr<vessorclient::CVessorConnection>> silent;
   for (int i = 0; i < 200; ++i) silent.emplace_back(new vessorclient::CVessorConnection(daemon.socketPath()));
@@ -75,7 +63,7 @@ TEST(DaemonConcurrency, SilentClientsAreLetGoAfterTheIdleLimit) {
   vessorclient::CVessorConnection noAck(daemon.socketPath());
   ASSERT_TRUE(noAck.send(vessorclient::build_packet("echo", {})) && noAck.receive(reply));
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_GT(entries(task), threads + 100) << "a thread for each waiting client";
+  EXPECT_GT(dir_entries(task), threads + 100) << "a thread for each waiting client";
   ASSERT_TRUE(slow.send(vessorclient::build_packet("echo", {})));
   ASSERT_TRUE(slow.receive(reply));
   EXPECT_EQ("ECHO", testsupport::node(reply, "status")) << "spoke within the limit";
@@ -83,12 +71,12 @@ TEST(DaemonConcurrency, SilentClientsAreLetGoAfterTheIdleLimit) {
 
   auto settled = [&] {
     for (int i = 0; i < 100; ++i) {
-      if (entries(task) <= threads && entries(fds) <= descriptors) return true;
+      if (dir_entries(task) <= threads && dir_entries(fds) <= descriptors) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return false;
   };
-  EXPECT_TRUE(settled()) << entries(task) << " threads, " << entries(fds) << " descriptors";
+  EXPECT_TRUE(settled()) << dir_entries(task) << " threads, " << dir_entries(fds) << " descriptors";
   EXPECT_TRUE(daemon.waitForLog("a client sent nothing for 500 ms: closed"));
   // The daemon closed the silent ones: their next read sees the end.
   char byte;

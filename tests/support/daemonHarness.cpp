@@ -127,4 +127,21 @@ std::string node(const std::string& reply, const std::string& path) {
   return vessorclient::reply_node_text(reply, path, text) ? text : "<none>";
 }
 
+std::string poll_status_until(DaemonProcess& daemon, const std::string& dev, const replyTest_t& done, int seconds,
+                              int everyMs) {
+  std::string reply;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  do {
+    reply = daemon.command("GetPlayerStatus", {{"dev", dev}});
+    if (done(reply)) return reply;
+    std::this_thread::sleep_for(std::chrono::milliseconds(everyMs));
+  } while (std::chrono::steady_clock::now() < end);
+  ADD_FAILURE() << "the status of " << dev << " never reached the expected state:\n" << reply;
+  return reply;
+}
+
+replyTest_t status_is(const std::string& path, const std::string& value) {
+  return [path, value](const std::string& r) { return node(r, path) == value; };
+}
+
 }  // namespace testsupport

@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,5 +47,14 @@ class DaemonProcess {
 
 // A reply node's text (vessorclient::reply_node_text); "<none>" when missing.
 std::string node(const std::string& reply, const std::string& path);
+
+// What a front-end does while a device plays: polls GetPlayerStatus of
+// `dev` every `everyMs` until `done` holds for the reply or `seconds` pass
+// (a test failure then). The last reply either way.
+using replyTest_t = std::function<bool(const std::string&)>;
+std::string poll_status_until(DaemonProcess& daemon, const std::string& dev, const replyTest_t& done,
+                              int seconds = 30, int everyMs = 200);
+// A test of one reply node's text.
+replyTest_t status_is(const std::string& path, const std::string& value);
 
 }  // namespace testsupport

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <cstdint>
 #include <fstream>
 #include <memory>
@@ -120,5 +121,15 @@ std::vector<std::string> TestRoot::calls() const {
 }
 
 void TestRoot::clearCalls() const { write("/sim/calls.log", ""); }
+
+int dir_entries(const std::string& dir) {
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return -1;
+  int n = 0;
+  while (dirent* e = ::readdir(d))
+    if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) ++n;
+  ::closedir(d);
+  return n;
+}
 
 }  // namespace testsupport

@@ -40,6 +40,11 @@ class TestRoot {
 // A short mono 16-bit PCM WAV file of a square tone, for the music daemon.
 void write_wav(const std::string& file, int seconds, int rate = 8000);
 
+// Entries of a folder ("." and ".." aside); -1 when it cannot be read.
+// dir_entries("/proc/self/task") is this process's thread count.
+int dir_entries(const std::string& dir);
+inline int thread_count() { return dir_entries("/proc/self/task"); }
+
 // Where the build put things.
 std::string binaryDir();
 std::string sourceDir();
