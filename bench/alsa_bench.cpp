@@ -183,7 +183,9 @@ int main() {
   const double musicCpu = cpu_of(music, false) - music0;
   command("Stop", {{"dev", "ANALOG_card0"}});
   benchdaemon::stop_daemon(daemon);
-  std::system(("'" + g_root + "/tmp/vexmpd/bin/mpd' --port " + std::to_string(port) + " --kill" + conf).c_str());
+  // Every music daemon of the root ends with it: the daemon has no orderly
+  // stop, so its player's daemon is still there.
+  std::system(("for p in '" + g_root + "'/sim/mpd/*/pid; do [ -f \"$p\" ] && kill \"$(cat \"$p\")\" 2>/dev/null; done").c_str());
   std::system(("rm -rf '" + g_root + "'").c_str());
 
   const double h = median(hand), d = median(viaDaemon);
