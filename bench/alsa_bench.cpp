@@ -185,7 +185,7 @@ int main() {
   benchdaemon::stop_daemon(daemon);
   // Every music daemon of the root ends with it: the daemon has no orderly
   // stop, so its player's daemon is still there.
-  std::system(("for p in '" + g_root + "'/sim/mpd/*/pid; do [ -f \"$p\" ] && kill \"$(cat \"$p\")\" 2>/dev/null; done").c_str());
+  benchdaemon::end_music_daemons(g_root);
   std::system(("rm -rf '" + g_root + "'").c_str());
 
   const double h = median(hand), d = median(viaDaemon);

@@ -64,6 +64,11 @@ pid_t spawn_daemon(const std::string& root) {
   return pid;
 }
 
+void end_music_daemons(const std::string& root) {
+  std::system(("for p in '" + root + "'/sim/mpd/*/pid; do [ -f \"$p\" ] && kill \"$(cat \"$p\")\" 2>/dev/null; done")
+                  .c_str());
+}
+
 void stop_daemon(pid_t pid) {
   if (pid <= 0) return;
   kill(pid, SIGTERM);

@@ -16,6 +16,9 @@ bool listening(const std::string& path);
 // root/sim/daemon.log; its pid once it listens, or -1.
 pid_t spawn_daemon(const std::string& root);
 void stop_daemon(pid_t pid);
+// Ends the private music daemons that sound-output players started in
+// `root`: the daemon has no orderly stop, so they outlive it.
+void end_music_daemons(const std::string& root);
 // The daemon's socket in `root`.
 std::string socket_of(const std::string& root);
 

@@ -4,9 +4,12 @@
 // texts, SQL breaking out of its quotes). Checked: no canary file is ever
 // made, the stand-ins are only ever called by their own names, the store's
 // schema is unchanged, and a title or content is either stored exactly as
-// sent or refused with a failure status. Prints one Markdown section.
+// sent or refused with a failure status. Then the same payloads in every
+// kind of discovery record and in the media agent's replies, with players
+// made on the devices they name. Prints one Markdown section.
 #include <signal.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,9 +26,9 @@ namespace {
 
 std::string g_root, g_sock;
 
-std::vector<std::string> payloads(const std::string& canary) {
+std::vector<std::string> base_payloads(const std::string& canary) {
   const std::string touch = "touch " + canary;
-  const std::vector<std::string> base = {
+  return {
       "'; " + touch + "; '", "\"; " + touch + "; \"", "$(" + touch + ")", "`" + touch + "`", "; " + touch,
       "| " + touch,          "&& " + touch,          "\n" + touch,       "'\\''; " + touch + "; '\\''",
       "${IFS}" + touch,      "%n%n%n%s%s%s",         "' OR '1'='1",      "'; DROP TABLE playlist; --",
@@ -34,6 +37,10 @@ std::vector<std::string> payloads(const std::string& canary) {
       "a\\",                 "\\$(" + touch + ")",   "<root><x/></root>", "&amp;&lt;",
       "caf\xc3\xa9 \xe9\x9b\xbb",  "\xff\xfe\xc0\x80",    std::string(3000, 'A'), std::string("nul\0", 4) + touch,
   };
+}
+
+std::vector<std::string> payloads(const std::string& canary) {
+  const std::vector<std::string> base = base_payloads(canary);
   std::vector<std::string> out;
   // Each payload alone, after a harmless prefix, and inside a harmless name.
   for (const std::string& b : base) {
@@ -97,6 +104,49 @@ bool ended(pid_t pid) {
     ::usleep(10000);
   }
   return false;
+}
+
+std::string xml_text(const std::string& t) {
+  std::string out;
+  for (char c : t) {
+    if (c == '&') out += "&amp;";
+    else if (c == '<') out += "&lt;";
+    else if (c == '>') out += "&gt;";
+    else if (c == '\0') out += "?";
+    else out += c;
+  }
+  return out;
+}
+
+// A line of an mDNS record: no line break inside, as avahi-browse prints.
+std::string one_line(const std::string& t) {
+  std::string out;
+  for (char c : t) out += c == '\n' || c == '\0' ? ' ' : c;
+  return out.substr(0, 400);
+}
+
+void write_file(const std::string& path, const std::string& text) {
+  if (FILE* f = std::fopen(path.c_str(), "w")) {
+    std::fwrite(text.data(), 1, text.size(), f);
+    std::fclose(f);
+  }
+}
+
+// Every device id of a listing reply.
+std::vector<std::string> device_ids(const std::string& reply) {
+  std::vector<std::string> ids;
+  size_t at = 0;
+  while ((at = reply.find("<deviceId>", at)) != std::string::npos) {
+    const size_t end = reply.find("</deviceId>", at);
+    std::string id = reply.substr(at + 10, end - at - 10);
+    // The reply is XML: its entities back to text.
+    for (const auto& e : std::vector<std::pair<std::string, std::string>>{
+             {"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&apos;", "'"}, {"&amp;", "&"}})
+      for (size_t k; (k = id.find(e.first)) != std::string::npos;) id.replace(k, e.first.size(), e.second);
+    ids.push_back(id);
+    at = end;
+  }
+  return ids;
 }
 
 }  // namespace
@@ -196,6 +246,51 @@ int main() {
       }
     }
   }
+  // Hostile discovery records of every kind, then players on what they
+  // name, with hostile replies of the media agent while they play.
+  const std::vector<std::string> base = base_payloads(canary);
+  std::string dlna = "<root><status>success</status>", cast, airplay, raop, outputs;
+  for (size_t i = 0; i < base.size(); ++i) {
+    const std::string& b = base[i];
+    const std::string line = one_line(b);
+    dlna += "<device><deviceId>uuid:" + xml_text(b) + "</deviceId><deviceName>" + xml_text(b) +
+            "</deviceName><type>video,photo,audio</type><ip>" + xml_text(b) + "</ip></device>";
+    cast += "=;eth0;IPv4;" + line + ";_googlecast._tcp;local;h;10.0.0.9;8009;\"id=" + line + "\" \"md=" + line +
+            "\" \"fn=" + line + "\"\n";
+    airplay += "=;lo;IPv4;" + line + ";_airplay._tcp;local;h;127.0.0.1;7000;\"deviceid=" + line + "\" \"model=" +
+               line + "\"\n";
+    raop += "=;lo;IPv4;" + line + "@" + line + ";_raop._tcp;local;h;127.0.0.1;5000;\"et=0,1\" \"cn=0,1\"\n";
+    if (i < 8)
+      outputs += "Output " + std::to_string(i + 1) + " (" + line + ") is enabled uid:" + line +
+                 " devType:3 sampleRate:44100 sampleRateMode:0 dsd:0 dsdMode:0 hwParam:hw:CARD=0,DEV=0\n";
+  }
+  write_file(g_root + "/sim/dlna-devices.xml", dlna + "</root>");
+  write_file(g_root + "/sim/avahi/_googlecast._tcp.txt", cast);
+  write_file(g_root + "/sim/avahi/_airplay._tcp.txt", airplay);
+  write_file(g_root + "/sim/avahi/_raop._tcp.txt", raop);
+  write_file(g_root + "/sim/mpc-outputs.txt", outputs);
+  std::vector<std::string> ids = device_ids(send("ListRender", {}));
+  for (const std::string& id : device_ids(send("ListAirplayRender", {}))) ids.push_back(id);
+  ::mkdir((g_root + "/sim/brelctl").c_str(), 0755);
+  int players = 0;
+  for (size_t i = 0; i < ids.size(); i += 3) {
+    // The agent's answers carry the payloads too.
+    const std::string& b = xml_text(base[(i / 3) % base.size()]);
+    for (const char* command : {"getFilePath", "getContentUrl", "getObjectID", "getPositionInfo"})
+      write_file(g_root + "/sim/brelctl/" + command + ".reply",
+                 "<root><status>success</status><filePath>" + b + "</filePath><url>" + b + "</url><objectID>" + b +
+                     "</objectID><RelTime>" + b + "</RelTime><TrackDuration>" + b + "</TrackDuration></root>");
+    const std::string reply = send("SetPlaylist", {{"dev", ids[i]}, {"playlist", "P"}, {"appType", "music"}});
+    if (status_of(reply) == 0) {
+      ++players;
+      send("Play", {{"dev", ids[i]}});
+    }
+  }
+  ::sleep(3);  // the players' first passes, with the hostile answers
+  for (size_t i = 0; i < ids.size(); i += 3) send("Stop", {{"dev", ids[i]}});
+  const std::string discovery = std::to_string(ids.size()) + " hostile devices listed, players made on " +
+                                std::to_string(players) + " of them";
+
   const bool canaryMade = std::system(("test -e '" + canary + "'").c_str()) == 0;
   const bool schemaSame = schema_of(db) == schema;
   // The stand-ins log their own name first on each line.
@@ -212,6 +307,7 @@ int main() {
   for (const std::string& tool : tools)
     if (tool.find(g_root) != 0 && tool.find('/') == 0) foreign += " " + tool;
   benchdaemon::stop_daemon(pid);
+  benchdaemon::end_music_daemons(g_root);
   std::system(("rm -rf '" + g_root + "'").c_str());
 
   std::printf("## Hostile text in every parameter\n\n");
@@ -222,6 +318,7 @@ int main() {
   std::printf("| store schema | %s |\n", schemaSame ? "unchanged" : "CHANGED");
   std::printf("| tools called | %zu stand-ins, by their own names%s |\n", tools.size(),
               foreign.empty() ? "" : (", and:" + foreign).c_str());
+  std::printf("| discovery records and the agent's replies | %s |\n", discovery.c_str());
   std::printf("| hostile titles (CreatePlaylist) | %d stored exactly, %d refused with a failure status, %d altered |\n",
               stored, refused, altered);
   std::string ends;
