@@ -168,7 +168,7 @@ TEST(AlsaPlayer, TrackInsideALargerFile) {
             Strings(play - 1, std::min(calls.end(), play + 3)));
 
   // Ends at 4 s of the track: the queue is over, long before the file is.
-  ASSERT_TRUE(waitFor([&] { return p->getPlayerState() == STATE_STOP_E; }, 15));
+  ASSERT_TRUE(waitFor([&] { return p->getPlayerState() == STATE_STOP_E; }, 40));
 }
 
 // Volume bounds and the mute that keeps the volume to come back to.
