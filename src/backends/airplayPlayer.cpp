@@ -15,6 +15,7 @@
 #include "foundation/rootPath.h"
 #include "foundation/shellRunner.h"
 #include "foundation/sysUtil.h"
+#include "player/playerLoop.h"
 
 using vessord::Response;
 using vessord::ShellLine;
@@ -254,13 +255,7 @@ bool CAirplayPlayer::waitParked_(bool insist) {
       m_bStop = true;
       nudgeSleep_();
     }
-    timespec until{};
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_nsec += 100L * 1000 * 1000;
-    if (until.tv_nsec >= 1000000000L) {
-      until.tv_sec += 1;
-      until.tv_nsec -= 1000000000L;
-    }
+    const timespec until = deadline_in_ms(100);
     pthread_cond_timedwait(&m_parkedCond, &m_waitMutex, &until);
   }
   const bool parked = m_bStuckOnWaitLock;
@@ -331,9 +326,7 @@ int CAirplayPlayer::stop(bool /*release*/) {
 }
 
 int CAirplayPlayer::next() {
-  const size_t size = getPlaylistSize();
-  if (size == 0) return -1;
-  if (!moveCurrTrack(true)) setCurrTrackIndex(0);
+  if (!stepCurrTrackWrapping(true)) return -1;
   ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   play();
@@ -341,9 +334,7 @@ int CAirplayPlayer::next() {
 }
 
 int CAirplayPlayer::previous() {
-  const size_t size = getPlaylistSize();
-  if (size == 0) return -1;
-  if (!moveCurrTrack(false)) setCurrTrackIndex(size - 1);
+  if (!stepCurrTrackWrapping(false)) return -1;
   ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   play();

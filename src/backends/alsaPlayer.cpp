@@ -160,13 +160,7 @@ void CAlsaPlayer::waitParked_(const unsigned* since) {
   pthread_mutex_lock(&m_waitMutex);
   auto parked = [&] { return m_bStuckOnWaitLock && (!since || m_parks != *since); };
   while (!parked() && !m_loopEnd->isDone()) {
-    timespec until{};
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_nsec += 100 * 1000 * 1000;
-    if (until.tv_nsec >= 1000000000L) {
-      until.tv_sec += 1;
-      until.tv_nsec -= 1000000000L;
-    }
+    const timespec until = deadline_in_ms(100);
     pthread_cond_timedwait(&m_parkedCond, &m_waitMutex, &until);
   }
   pthread_mutex_unlock(&m_waitMutex);
@@ -219,9 +213,7 @@ int CAlsaPlayer::stop(bool) {
 }
 
 int CAlsaPlayer::next() {
-  const size_t size = getPlaylistSize();
-  if (size == 0) return -1;
-  if (!moveCurrTrack(true)) setCurrTrackIndex(0);
+  if (!stepCurrTrackWrapping(true)) return -1;
   ++m_trackRequests;
   m_bIsPlaying = false;
   play();
@@ -229,9 +221,7 @@ int CAlsaPlayer::next() {
 }
 
 int CAlsaPlayer::previous() {
-  const size_t size = getPlaylistSize();
-  if (size == 0) return -1;
-  if (!moveCurrTrack(false)) setCurrTrackIndex(size - 1);
+  if (!stepCurrTrackWrapping(false)) return -1;
   ++m_trackRequests;
   m_bIsPlaying = false;
   play();

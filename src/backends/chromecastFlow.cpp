@@ -21,6 +21,7 @@
 
 #include "backends/chromecastPlayer.h"
 #include "foundation/log.h"
+#include "player/playerLoop.h"
 #include "foundation/nasUtil.h"
 #include "services/vexAirplayOp.h"
 
@@ -164,18 +165,7 @@ void CChromecast::changeTrack_(int failed) {
 }
 
 void CChromecast::passSleep_() {
-  timespec until{};
-  clock_gettime(CLOCK_REALTIME, &until);
-  until.tv_sec += m_timing.passMs / 1000;
-  until.tv_nsec += static_cast<long>(m_timing.passMs % 1000) * 1000000L;
-  if (until.tv_nsec >= 1000000000L) {
-    until.tv_sec += 1;
-    until.tv_nsec -= 1000000000L;
-  }
-  pthread_mutex_lock(&m_waitMutex);
-  int rc = 0;
-  while (!m_bStop && rc == 0) rc = pthread_cond_timedwait(&m_waitCond, &m_waitMutex, &until);
-  pthread_mutex_unlock(&m_waitMutex);
+  sleep_pass(m_waitMutex, m_waitCond, m_timing.passMs, m_bStop);
 }
 
 void CChromecast::leaveRunning_() {

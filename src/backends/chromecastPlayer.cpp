@@ -116,13 +116,7 @@ void CChromecast::waitParked_(const unsigned* since) {
   pthread_mutex_lock(&m_waitMutex);
   auto parked = [&] { return m_bStuckOnWaitLock && m_parks > 0 && (!since || m_parks != *since); };
   while (!parked() && !m_loopEnd->isDone()) {
-    timespec until{};
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_nsec += 100L * 1000 * 1000;
-    if (until.tv_nsec >= 1000000000L) {
-      until.tv_sec += 1;
-      until.tv_nsec -= 1000000000L;
-    }
+    const timespec until = deadline_in_ms(100);
     pthread_cond_timedwait(&m_parkedCond, &m_waitMutex, &until);
   }
   pthread_mutex_unlock(&m_waitMutex);
@@ -177,9 +171,7 @@ int CChromecast::pause() {
 }
 
 int CChromecast::next() {
-  const size_t size = getPlaylistSize();
-  if (size == 0) return -1;
-  if (!moveCurrTrack(true)) setCurrTrackIndex(0);
+  if (!stepCurrTrackWrapping(true)) return -1;
   ++m_trackRequests;
   m_bIsPlaying = false;
   play();
@@ -187,9 +179,7 @@ int CChromecast::next() {
 }
 
 int CChromecast::previous() {
-  const size_t size = getPlaylistSize();
-  if (size == 0) return -1;
-  if (!moveCurrTrack(false)) setCurrTrackIndex(size - 1);
+  if (!stepCurrTrackWrapping(false)) return -1;
   ++m_trackRequests;
   m_bIsPlaying = false;
   play();

@@ -313,13 +313,7 @@ bool CDlnaPlayer::waitParked_(bool insist) {
       if (!insist) break;
       m_bStop = true;
     }
-    timespec until{};
-    clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_nsec += 100 * 1000 * 1000;
-    if (until.tv_nsec >= 1000000000L) {
-      until.tv_sec += 1;
-      until.tv_nsec -= 1000000000L;
-    }
+    const timespec until = deadline_in_ms(100);
     pthread_cond_timedwait(&m_parkedCond, &m_waitMutex, &until);
   }
   bool parked = m_bStuckOnWaitLock;
@@ -373,13 +367,12 @@ int CDlnaPlayer::stop(bool release) {
 
 int CDlnaPlayer::next() {
   if (getPlayerState() == STATE_STOP_E) return 0;
-  size_t size = getPlaylistSize();
-  if (size == 0) return -1;
+  if (getPlaylistSize() == 0) return -1;
   withMonitor_([](myMonitor::CMyMonitor<CDlnaPlayer>& m) {
     if (!m.m_paused) m.m_paused = true;
     m.m_hold = true;
   });
-  if (!moveCurrTrack(true)) setCurrTrackIndex(0);
+  stepCurrTrackWrapping(true);
   ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;
@@ -390,13 +383,12 @@ int CDlnaPlayer::next() {
 
 int CDlnaPlayer::previous() {
   if (getPlayerState() == STATE_STOP_E) return 0;
-  size_t size = getPlaylistSize();
-  if (size == 0) return -1;
+  if (getPlaylistSize() == 0) return -1;
   withMonitor_([](myMonitor::CMyMonitor<CDlnaPlayer>& m) {
     if (!m.m_paused) m.m_paused = true;
     m.m_hold = true;
   });
-  if (!moveCurrTrack(false)) setCurrTrackIndex(size - 1);
+  stepCurrTrackWrapping(false);
   ++m_trackRequests;  // before the flag: see startTrack_
   m_bIsPlaying = false;
   m_bStop = false;

@@ -30,6 +30,7 @@
 
 #include "backends/raopPlayer.h"
 #include "foundation/log.h"
+#include "player/playerLoop.h"
 #include "foundation/nasUtil.h"
 
 namespace {
@@ -181,18 +182,7 @@ bool CRaopPlayer::testChild_(int& missingCnt) {
 
 void CRaopPlayer::passSleep_() {
   // A second of the clock; only the player's end cuts it short.
-  timespec until{};
-  clock_gettime(CLOCK_REALTIME, &until);
-  until.tv_sec += m_timing.passMs / 1000;
-  until.tv_nsec += static_cast<long>(m_timing.passMs % 1000) * 1000000L;
-  if (until.tv_nsec >= 1000000000L) {
-    until.tv_sec += 1;
-    until.tv_nsec -= 1000000000L;
-  }
-  pthread_mutex_lock(&m_waitMutex);
-  int rc = 0;
-  while (!m_bDying && rc == 0) rc = pthread_cond_timedwait(&m_waitCond, &m_waitMutex, &until);
-  pthread_mutex_unlock(&m_waitMutex);
+  sleep_pass(m_waitMutex, m_waitCond, m_timing.passMs, m_bDying);
 }
 
 bool CRaopPlayer::park_() {

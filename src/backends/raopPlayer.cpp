@@ -393,8 +393,7 @@ int CRaopPlayer::next() {
   m_bStop = false;
   m_bIsPlaying = false;
   ++m_requests;
-  const size_t size = getPlaylistSize();
-  if (size > 0 && !moveCurrTrack(true)) setCurrTrackIndex(0);
+  stepCurrTrackWrapping(true);
   resetTimes_();
   play();
   return 0;
@@ -404,8 +403,7 @@ int CRaopPlayer::previous() {
   m_bStop = false;
   m_bIsPlaying = false;
   ++m_requests;
-  const size_t size = getPlaylistSize();
-  if (size > 0 && !moveCurrTrack(false)) setCurrTrackIndex(size - 1);
+  stepCurrTrackWrapping(false);
   resetTimes_();
   play();
   return 0;

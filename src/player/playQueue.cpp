@@ -48,6 +48,17 @@ void CPlayer::setCurrTrackIndex(size_t index) {
   m_currTrack = index;
 }
 
+bool CPlayer::stepCurrTrackWrapping(bool forward) {
+  std::lock_guard<std::mutex> lk(m_queueLock);
+  const size_t size = m_playQueue.size();
+  if (size == 0) return false;
+  if (forward)
+    m_currTrack = m_currTrack + 1 >= size ? 0 : m_currTrack + 1;
+  else
+    m_currTrack = m_currTrack == 0 || m_currTrack >= size ? size - 1 : m_currTrack - 1;
+  return true;
+}
+
 bool CPlayer::moveCurrTrack(bool forward) {
   std::lock_guard<std::mutex> lk(m_queueLock);
   const size_t size = m_playQueue.size();

@@ -242,6 +242,9 @@ class CPlayer {
   // (a position in shuffled modes, an order number otherwise); false, and
   // nothing moved, at either end.
   bool moveCurrTrack(bool forward);
+  // The step of next() and previous(): one place on, round to the other
+  // end past either end. False, and nothing moved, for an empty queue.
+  bool stepCurrTrackWrapping(bool forward);
   // Replaces the whole queue; m_currTrack stays as it is.
   void setPlayQueue(std::vector<playQueueItem_s> queue);
 

@@ -4,6 +4,10 @@
 // touches the player once process() has returned.
 #pragma once
 
+#include <pthread.h>
+#include <time.h>
+
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -30,3 +34,11 @@ struct playerLoopArg_s {
   std::shared_ptr<PlayerLoopEnd> end;
 };
 void* player_loop_entry(void* arg);
+
+// The players' loops and commands wait on pthread conditions with a
+// deadline on the real-time clock: now plus `ms`.
+timespec deadline_in_ms(unsigned ms);
+
+// One pass's wait of a player's loop: up to `ms`, cut short once `stop`
+// holds (a command sets it, then broadcasts `cond`). `mutex` is the park's.
+void sleep_pass(pthread_mutex_t& mutex, pthread_cond_t& cond, unsigned ms, const std::atomic<bool>& stop);
