@@ -40,12 +40,7 @@ inline testsupport::TestRoot& root() {
 }
 
 inline bool waitFor(const std::function<bool()>& cond, double seconds = 15) {
-  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!cond()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
+  return testsupport::wait_for(cond, seconds, 5);
 }
 
 inline std::string stem() {

@@ -31,12 +31,7 @@ inline alsaTiming_s fastTiming() {
 }
 
 inline bool waitFor(const std::function<bool()>& cond, double seconds = 20) {
-  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!cond()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
+  return testsupport::wait_for(cond, seconds, 20);
 }
 
 // WAV tracks of the given lengths under /share/Public/alsa/, and the

@@ -33,12 +33,7 @@ inline chromecastTiming_s fastTiming() {
 }
 
 inline bool waitFor(const std::function<bool()>& cond, double seconds = 15) {
-  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!cond()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
+  return testsupport::wait_for(cond, seconds, 10);
 }
 
 inline testsupport::TestRoot& root() { return playertest::sharedRoot(); }

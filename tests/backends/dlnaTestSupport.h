@@ -33,12 +33,7 @@ inline dlnaTiming_s fastTiming() {
 
 // Polls `cond` until it holds or `seconds` pass; the result says which.
 inline bool waitFor(const std::function<bool()>& cond, double seconds = 15) {
-  auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  while (!cond()) {
-    if (std::chrono::steady_clock::now() > until) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
+  return testsupport::wait_for(cond, seconds, 20);
 }
 
 // A renderer id of the running test, so that no two tests share a renderer.

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <thread>
 #include <cstdlib>
 #include <cstring>
 #include <cstdint>
@@ -130,6 +132,15 @@ int dir_entries(const std::string& dir) {
     if (std::strcmp(e->d_name, ".") != 0 && std::strcmp(e->d_name, "..") != 0) ++n;
   ::closedir(d);
   return n;
+}
+
+bool wait_for(const std::function<bool()>& cond, double seconds, int everyMs) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!cond()) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(everyMs));
+  }
+  return true;
 }
 
 }  // namespace testsupport

@@ -3,6 +3,7 @@
 // any music daemon started in it.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,10 @@ void write_wav(const std::string& file, int seconds, int rate = 8000);
 // dir_entries("/proc/self/task") is this process's thread count.
 int dir_entries(const std::string& dir);
 inline int thread_count() { return dir_entries("/proc/self/task"); }
+
+// Polls `cond` every `everyMs` until it holds or `seconds` pass; the
+// result says which.
+bool wait_for(const std::function<bool()>& cond, double seconds, int everyMs = 20);
 
 // Where the build put things.
 std::string binaryDir();
